@@ -1,0 +1,85 @@
+#pragma once
+// The base of every beacon data record: a dictionary from short beacon key to
+// value (a JSON object), with overwrite and fill-gaps merges.
+//
+// Values: numbers of typed properties are stored as their decimal text; a few
+// fields hold nested objects, lists or numbers as given. JSON null is the null
+// marker: `update` and `setQuery` remove a key whose incoming value is null,
+// `updateIfNull` copies it as it is.
+//
+// Ownership: records are shared by std::shared_ptr and mutated in place; only
+// `toQuery` takes an independent snapshot.
+//
+// Thread rules: every mutation holds the record's recursive lock for its whole
+// duration; `get` and `toQuery` take only a shared (reader) lock, so they never
+// block one another and never see a half-applied mutation.
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <shared_mutex>
+#include <string>
+#include <string_view>
+
+#include <nlohmann/json.hpp>
+
+namespace tav {
+
+using Json = nlohmann::json;
+
+class TAVSDKQueryData {
+ public:
+  TAVSDKQueryData() = default;
+  virtual ~TAVSDKQueryData() = default;
+  TAVSDKQueryData(const TAVSDKQueryData&) = delete;
+  TAVSDKQueryData& operator=(const TAVSDKQueryData&) = delete;
+
+  /// Stores every pair of `data`, overwriting; a null value removes its key.
+  /// A `data` that is not an object (absent) changes nothing.
+  void update(const Json& data);
+  /// Stores each pair of `data` whose key has no value yet (null values included).
+  void updateIfNull(const Json& data);
+  /// Removes one key.
+  void remove(std::string_view key);
+  /// Removes every key that occurs in `data`; its values are ignored.
+  void removeAll(const Json& data);
+  /// The value stored under `key`, or nullopt when none.
+  [[nodiscard]] std::optional<Json> get(std::string_view key) const;
+  /// An independent snapshot of the whole dictionary (always a JSON object).
+  [[nodiscard]] Json toQuery() const;
+  /// Replaces the whole content with `data` as `update` stores it; a `data` that
+  /// is not an object empties the record.
+  void setQuery(const Json& data);
+  /// Number of keys held.
+  [[nodiscard]] std::size_t size() const;
+
+  /// The record's recursive lock, for callers that need several mutations to
+  /// happen as one step. Readers never take it.
+  [[nodiscard]] std::recursive_mutex& recordLock() const { return _lock; }
+
+ private:
+  void storeLocked(const Json& data);
+
+  mutable std::recursive_mutex _lock;
+  mutable std::shared_mutex _rw;
+  Json _query = Json::object();
+};
+
+/// The class-level upsert shared by the records that session data addresses:
+/// with an existing record, merge `data` into it (`update`) and return it;
+/// otherwise make a new record holding exactly `data` (`setQuery`).
+template <class Record>
+struct TAVSDKUpsertable {
+  static std::shared_ptr<Record> upsertWithData(const std::shared_ptr<Record>& existing,
+                                                const Json& data) {
+    if (existing) {
+      existing->update(data);
+      return existing;
+    }
+    auto created = std::make_shared<Record>();
+    created->setQuery(data);
+    return created;
+  }
+};
+
+}  // namespace tav

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs every Debian package that the build, the tests, the benchmarks and the
+# tools need. Idempotent: packages already present are skipped.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build pkg-config git ca-certificates
+  clang clang-format clang-tidy libclang-rt-dev
+  libcurl4-openssl-dev        # HTTP(S) transport
+  nlohmann-json3-dev          # record values and JSON
+  googletest libgtest-dev libgmock-dev   # tests
+  libbenchmark-dev            # benchmarks
+  libcpp-httplib-dev libssl-dev zlib1g-dev libbrotli-dev  # local HTTP(S) server
+  libsqlite3-dev              # collector storage
+  openssl                     # test certificates
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "install-deps: all packages present"
+  exit 0
+fi
+
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+echo "install-deps: installing ${missing[*]}"
+$SUDO apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,72 @@
+#include "tav/data/TAVSDKQueryData.h"
+
+namespace tav {
+
+void TAVSDKQueryData::storeLocked(const Json& data) {
+  for (const auto& [key, value] : data.items()) {
+    if (value.is_null()) {
+      _query.erase(key);
+    } else {
+      _query[key] = value;
+    }
+  }
+}
+
+void TAVSDKQueryData::update(const Json& data) {
+  if (!data.is_object() || data.empty()) return;
+  const std::lock_guard lock(_lock);
+  const std::unique_lock write(_rw);
+  storeLocked(data);
+}
+
+void TAVSDKQueryData::updateIfNull(const Json& data) {
+  if (!data.is_object() || data.empty()) return;
+  const std::lock_guard lock(_lock);
+  const std::unique_lock write(_rw);
+  for (const auto& [key, value] : data.items()) {
+    _query.emplace(key, value);  // emplace keeps an existing value
+  }
+}
+
+void TAVSDKQueryData::remove(std::string_view key) {
+  const std::lock_guard lock(_lock);
+  const std::unique_lock write(_rw);
+  const auto it = _query.find(key);
+  if (it != _query.end()) _query.erase(it);
+}
+
+void TAVSDKQueryData::removeAll(const Json& data) {
+  if (!data.is_object() || data.empty()) return;
+  const std::lock_guard lock(_lock);
+  const std::unique_lock write(_rw);
+  for (const auto& [key, value] : data.items()) {
+    (void)value;
+    _query.erase(key);
+  }
+}
+
+std::optional<Json> TAVSDKQueryData::get(std::string_view key) const {
+  const std::shared_lock read(_rw);
+  const auto it = _query.find(key);
+  if (it == _query.end()) return std::nullopt;
+  return *it;
+}
+
+Json TAVSDKQueryData::toQuery() const {
+  const std::shared_lock read(_rw);
+  return _query;
+}
+
+void TAVSDKQueryData::setQuery(const Json& data) {
+  const std::lock_guard lock(_lock);
+  const std::unique_lock write(_rw);
+  _query = Json::object();
+  if (data.is_object()) storeLocked(data);
+}
+
+std::size_t TAVSDKQueryData::size() const {
+  const std::shared_lock read(_rw);
+  return _query.size();
+}
+
+}  // namespace tav
