@@ -1,0 +1,79 @@
+#pragma once
+// The event that becomes one beacon: a beacon type name (`eventType`, such as
+// "viewstart" or "hb"), up to ten shared records, and its own query record into
+// which `updateAll` flattens them. Filled and read on the dispatching thread.
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "tav/data/TAVSDKQueryData.h"
+#include "tav/events/TAVSDKBaseEvent.h"
+
+namespace tav {
+
+class TAVSDKTrackableEvent : public TAVSDKBaseEvent {
+ public:
+  TAVSDKTrackableEvent();
+  /// initWithType: no required keys.
+  explicit TAVSDKTrackableEvent(std::string eventType);
+  /// initWithType:requiredProperties: (an absent set means none).
+  TAVSDKTrackableEvent(std::string eventType, std::optional<TAVSDKKeySet> requiredProperties);
+
+  /// The class's kind name "TrackableEvent" (the beacon type is `eventType`).
+  [[nodiscard]] const std::string& getType() const override;
+  [[nodiscard]] bool isTrackable() const override { return true; }
+  [[nodiscard]] const TAVSDKKeySet& requiredProperties() const override {
+    return _requiredProperties;
+  }
+  void setRequiredProperties(TAVSDKKeySet keys) { _requiredProperties = std::move(keys); }
+
+  [[nodiscard]] const std::string& eventType() const { return _eventType; }
+  void setEventType(std::string type) { _eventType = std::move(type); }
+  /// The flat beacon dictionary under construction (owned by the event).
+  [[nodiscard]] const std::shared_ptr<TAVSDKQueryData>& query() const { return _query; }
+
+  /// Replaces the whole query content.
+  void setQuery(const Json& data);
+  /// Merges, in this fixed order, view, customer view, video, customer video,
+  /// player, customer player, environment, viewer and bandwidth records into
+  /// the query (later records win). Custom data is not part of it.
+  void updateAll();
+  /// A copy of the query with a null value for every required key that is missing.
+  [[nodiscard]] Json getQuery() const;
+
+#define TAV_TRACKABLE_RECORD(Type, name, Name)                                  \
+  [[nodiscard]] const std::shared_ptr<Type>& name() const { return _##name; }   \
+  void set##Name(std::shared_ptr<Type> v) { _##name = std::move(v); }
+  TAV_TRACKABLE_RECORD(TAVSDKViewData, viewData, ViewData)
+  TAV_TRACKABLE_RECORD(TAVSDKCustomerViewData, customerViewData, CustomerViewData)
+  TAV_TRACKABLE_RECORD(TAVSDKVideoData, videoData, VideoData)
+  TAV_TRACKABLE_RECORD(TAVSDKCustomerVideoData, customerVideoData, CustomerVideoData)
+  TAV_TRACKABLE_RECORD(TAVSDKPlayerData, playerData, PlayerData)
+  TAV_TRACKABLE_RECORD(TAVSDKCustomerPlayerData, customerPlayerData, CustomerPlayerData)
+  TAV_TRACKABLE_RECORD(TAVSDKEnvironmentData, environmentData, EnvironmentData)
+  TAV_TRACKABLE_RECORD(TAVSDKViewerData, viewerData, ViewerData)
+  TAV_TRACKABLE_RECORD(TAVSDKBandwidthMetricData, bandwidthMetricData, BandwidthMetricData)
+#undef TAV_TRACKABLE_RECORD
+
+  [[nodiscard]] const std::shared_ptr<TAVSDKCustomData>& customData() const { return _customData; }
+  /// Stores the record and merges its current content into the query at once.
+  void setCustomData(std::shared_ptr<TAVSDKCustomData> customData);
+
+ private:
+  std::shared_ptr<TAVSDKQueryData> _query;
+  std::string _eventType;
+  std::shared_ptr<TAVSDKViewData> _viewData;
+  std::shared_ptr<TAVSDKCustomerViewData> _customerViewData;
+  std::shared_ptr<TAVSDKVideoData> _videoData;
+  std::shared_ptr<TAVSDKCustomerVideoData> _customerVideoData;
+  std::shared_ptr<TAVSDKPlayerData> _playerData;
+  std::shared_ptr<TAVSDKCustomerPlayerData> _customerPlayerData;
+  std::shared_ptr<TAVSDKEnvironmentData> _environmentData;
+  std::shared_ptr<TAVSDKViewerData> _viewerData;
+  std::shared_ptr<TAVSDKBandwidthMetricData> _bandwidthMetricData;
+  std::shared_ptr<TAVSDKCustomData> _customData;
+  TAVSDKKeySet _requiredProperties;
+};
+
+}  // namespace tav

@@ -1,0 +1,31 @@
+#pragma once
+// Process-wide state of the facade. Internal.
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "tav/core/TAVSDKCorePlayer.h"
+#include "tav/core/TAVSDKSession.h"
+#include "tav/data/TAVSDKEnvironmentData.h"
+#include "tav/data/TAVSDKViewerData.h"
+
+namespace tav::detail {
+
+struct CoreState {
+  std::shared_ptr<TAVSDKEnvironmentData> environmentData;
+  std::shared_ptr<TAVSDKViewerData> viewerData;
+  std::shared_ptr<TAVSDKEventHandling> client;
+  std::map<std::string, std::shared_ptr<TAVSDKCorePlayer>, std::less<>> players;
+  std::unique_ptr<TAVSDKSession> session;
+  bool disableSentry = false;
+};
+
+/// The one state object; never destroyed, so no player or queue is torn down
+/// by static destruction at process exit.
+CoreState& coreState();
+
+/// Test-only: drops every player and the shared records, as before the first call.
+void resetCoreStateForTesting();
+
+}  // namespace tav::detail

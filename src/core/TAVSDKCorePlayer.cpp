@@ -1,0 +1,158 @@
+#include "tav/core/TAVSDKCorePlayer.h"
+
+#include <exception>
+
+#include "core/FailureReporting.h"
+#include "platform/Random.h"
+#include "tav/core/TAVSDKCoreView.h"
+#include "tav/data/TAVSDKCustomerPlayerData.h"
+#include "tav/data/TAVSDKPlayerData.h"
+#include "tav/events/TAVSDKPlaybackEvents.h"
+#include "tav/events/TAVSDKTrackableEvent.h"
+#include "tav/transport/TAVSDKEventQueue.h"
+
+namespace tav {
+
+TAVSDKCorePlayer::TAVSDKCorePlayer()
+    : _playerData(std::make_shared<TAVSDKPlayerData>()),
+      _eventQueue(std::make_shared<TAVSDKEventQueue>()) {
+  _playerData->setPlayerInstanceId(platform::randomUUID());
+}
+
+TAVSDKCorePlayer::~TAVSDKCorePlayer() {
+  // Break the view -> redispatch handler -> player path and free the trackers.
+  if (_view) {
+    try {
+      _view->removeAllHandlers();
+    } catch (const std::exception&) {  // only thrown during a walk, which cannot be here
+    }
+  }
+}
+
+void TAVSDKCorePlayer::dispatch(const TAVSDKEventPtr& event) {
+  if (_isDestroyed || !event) return;
+  // One guard around everything the event causes, nested dispatches included.
+  try {
+    route(event);
+  } catch (const std::exception& failure) {
+    disable(event->getType(), failure);
+  }
+}
+
+void TAVSDKCorePlayer::route(const TAVSDKEventPtr& event) {
+  if (event->isTrackable()) {
+    if (auto* trackable = dynamic_cast<TAVSDKTrackableEvent*>(event.get())) {
+      handleTrackableEvent(*trackable);
+    }
+    TAVSDKEventBus::dispatch(event);
+    return;
+  }
+  if (!event->isPlayback() && !event->isData()) return;  // view metrics, bare events
+  if (event->isPlayback()) {
+    if (auto* playback = dynamic_cast<TAVSDKPlaybackEvent*>(event.get())) {
+      handlePlaybackEvent(*playback);
+    }
+  } else if (&event->getType() == &TAVSDKSessionDataEventType) {
+    if (const auto* s = dynamic_cast<const TAVSDKSessionDataEvent*>(event.get())) {
+      handleSessionDataEvent(*s);
+    }
+  } else if (const auto* d = dynamic_cast<const TAVSDKDataEvent*>(event.get())) {
+    handleDataEvent(*d);
+  }
+  if (_view) {
+    const auto view = _view;  // keeps the view alive for the whole walk
+    view->dispatch(event);
+  }
+}
+
+void TAVSDKCorePlayer::handlePlaybackEvent(TAVSDKPlaybackEvent& event) {
+  if (event.playerData()) _playerData->update(event.playerData()->toQuery());
+  if (&event.getType() != &TAVSDKPlaybackEventViewInitEventType) return;
+  if (_view) _view->removeAllHandlers();
+  _view = std::make_shared<TAVSDKCoreView>();
+  _view->addHandler(std::make_shared<TAVSDKRedispatchEventHandler>(shared_from_this()));
+}
+
+void TAVSDKCorePlayer::handleTrackableEvent(TAVSDKTrackableEvent& event) {
+  if (event.playerData()) _playerData->update(event.playerData()->toQuery());
+  ++_sequenceNumber;
+  _playerData->setPlayerSequenceNumber(_sequenceNumber);
+  event.setPlayerData(_playerData);
+  event.setCustomerPlayerData(_customerPlayerData);
+}
+
+void TAVSDKCorePlayer::handleSessionDataEvent(const TAVSDKSessionDataEvent& event) {
+  // Session data only fills gaps; a data event overwrites (deliberate asymmetry).
+  if (_customerPlayerData) {
+    if (event.customerPlayerData()) {
+      _customerPlayerData->updateIfNull(event.customerPlayerData()->toQuery());
+    }
+  } else {
+    _customerPlayerData = event.customerPlayerData();
+  }
+}
+
+void TAVSDKCorePlayer::handleDataEvent(const TAVSDKDataEvent& event) {
+  if (_customerPlayerData) {
+    if (event.customerPlayerData()) {
+      _customerPlayerData->update(event.customerPlayerData()->toQuery());
+    }
+  } else {
+    _customerPlayerData = event.customerPlayerData();
+  }
+  if (event.videoChange()) {
+    _playerData->setPlayerErrorCode(std::nullopt);
+    _playerData->setPlayerErrorMessage(std::nullopt);
+    _playerData->setPlayeriOSErrorData(std::nullopt);
+  }
+}
+
+void TAVSDKCorePlayer::disable(const std::string& eventType, const std::exception& failure) {
+  _isDestroyed = true;
+  if (!_sentryEnabled) return;
+  try {
+    reportPlayerFailure(eventType, failure, _playerData->playerTavPluginName(),
+                        _playerData->playerTavPluginVersion());
+  } catch (const std::exception&) {  // reporting must never fail the caller
+  }
+}
+
+void TAVSDKCorePlayer::cleanUp() {
+  if (_eventQueue) _eventQueue->flush();
+  if (_view) {
+    _view->removeAllHandlers();
+    _view.reset();
+  }
+}
+
+void TAVSDKCorePlayer::setBeaconCollectionDomain(const std::string& domain) {
+  if (_eventQueue) _eventQueue->setBeaconCollectionDomain(domain);
+}
+
+void TAVSDKCorePlayer::setBeaconDomain(const std::string& domain) {
+  if (_eventQueue) _eventQueue->setBeaconDomain(domain);
+}
+
+std::string TAVSDKCorePlayer::shortUUID() {
+  constexpr std::uint32_t kAlphabet = sizeof(TAVSDKCorePlayerBase36) - 1;
+  std::string out(6, '0');
+  for (char& c : out) c = TAVSDKCorePlayerBase36[platform::randomBelow(kAlphabet)];
+  return out;
+}
+
+void TAVSDKRedispatchEventHandler::handle(const TAVSDKEventPtr& event) {
+  if (!event || event->isPlayback()) return;
+  if (auto target = this->target()) target->dispatch(event);
+}
+
+std::shared_ptr<TAVSDKEventBus> TAVSDKRedispatchEventHandler::target() const {
+  const std::lock_guard lock(_mutex);
+  return _target.lock();
+}
+
+void TAVSDKRedispatchEventHandler::setTarget(const std::shared_ptr<TAVSDKEventBus>& target) {
+  const std::lock_guard lock(_mutex);
+  _target = target;
+}
+
+}  // namespace tav

@@ -1,0 +1,7 @@
+#include "tav/trackers/TAVSDKRequestMetricsTracker.h"
+
+namespace tav {
+
+void TAVSDKRequestMetricsTracker::handlePlaybackEvent(TAVSDKPlaybackEvent& /*event*/) {}
+
+}  // namespace tav

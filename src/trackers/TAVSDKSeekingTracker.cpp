@@ -1,0 +1,7 @@
+#include "tav/trackers/TAVSDKSeekingTracker.h"
+
+namespace tav {
+
+void TAVSDKSeekingTracker::handlePlaybackEvent(TAVSDKPlaybackEvent& /*event*/) {}
+
+}  // namespace tav

@@ -1,0 +1,54 @@
+#pragma once
+// A facade test fixture: every clock made during the test is one shared virtual
+// clock, the process-wide core state starts empty, and a global client handler
+// captures the finished beacons (flattened, before any queue sees them).
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/CoreState.h"
+#include "tav/TavCore.h"
+
+namespace tav::test {
+
+struct CapturedBeacon {
+  std::string type;  // the beacon's event type ("viewstart", "play", ...)
+  Json query;        // the flattened beacon with required nulls
+};
+
+class CapturingHandler : public TAVSDKEventHandling {
+ public:
+  void handle(const std::shared_ptr<TAVSDKBaseEvent>& event) override;
+  std::vector<CapturedBeacon> beacons;
+  /// The types of the beacons whose "pinid" equals `playerInstanceId` (all when empty).
+  [[nodiscard]] std::vector<std::string> types(const std::string& playerInstanceId = "") const;
+};
+
+class PipelineTest : public ::testing::Test {
+ protected:
+  static constexpr std::int64_t kStart = 1'700'000'000'000;
+  void SetUp() override;
+  void TearDown() override;
+
+  /// Dispatches a playback event of class E for `player` with a player record
+  /// holding the playhead (ms) and paused flag.
+  template <class E>
+  std::shared_ptr<E> send(const std::string& player, std::int64_t playhead, bool paused = false) {
+    auto event = std::make_shared<E>();
+    auto data = std::make_shared<TAVSDKPlayerData>();
+    data->setPlayerPlayheadTime(playhead);
+    data->setPlayerIsPaused(paused);
+    event->setPlayerData(data);
+    TAVSDKCore::dispatchEventForPlayer(event, player);
+    return event;
+  }
+  void advance(std::int64_t ms) { clock->advance(ms); }
+
+  std::shared_ptr<TAVSDKVirtualClock> clock;
+  std::shared_ptr<CapturingHandler> captured;
+};
+
+}  // namespace tav::test
