@@ -1,0 +1,28 @@
+#pragma once
+// One pending batch request, shared by the dispatcher's timer and the completion
+// of its request. Its fields are touched by one attempt at a time (the timer
+// that runs it, then the completion that follows), never concurrently.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "tav/transport/TAVSDKBatchCallback.h"
+
+namespace tav {
+
+class HttpUserInfo {
+ public:
+  /// Failed attempts so far.
+  std::int64_t failureCount = 0;
+  /// Target of every attempt.
+  std::string url;
+  /// The batch as the queue built it: the object with "events", without "metadata".
+  nlohmann::json eventsJsonDict;
+  /// Told once when the batch is finished (may be empty: nobody is told).
+  std::shared_ptr<TAVSDKBatchCallback> callback;
+};
+
+}  // namespace tav

@@ -1,0 +1,281 @@
+#include "tav/transport/TAVSDKDispatcher.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <ctime>
+#include <regex>
+
+#include "tav/events/TAVSDKTrackableEvent.h"
+#include "tav/platform/TAVSDKLog.h"
+#include "tav/transport/TAVSDKTransport.h"
+#include "tav_build_config.h"
+#include "transport/JsonText.h"
+#include "transport/TransportOverrides.h"
+
+namespace tav {
+namespace {
+
+constexpr const char* kEnvironmentKey = "ake";
+constexpr const char* kViewerOsFamily = "uosfm";
+constexpr const char* kEventName = "e";
+constexpr const char* kMetadata = "metadata";
+constexpr const char* kTransmissionTimestamp = "transmission_timestamp";
+constexpr const char* kRoundTripTime = "rtt_ms";
+constexpr const char* kLocalKey = "local";
+constexpr const char* kEnvironmentKeyPattern = "^[a-z0-9]+$";
+constexpr std::int64_t kMaxRetries = 4;  // five attempts in all
+constexpr std::int64_t kBeaconTimeUnit = 5000;
+constexpr double kRandMax = 2147483647.0;
+constexpr auto kRequestTimeout = std::chrono::seconds(60);
+
+bool present(const std::optional<std::string>& text) {
+  return text && !text->empty();
+}
+
+std::optional<std::string> textMember(const nlohmann::json& object, const char* key) {
+  const auto it = object.find(key);
+  if (it == object.end() || !it->is_string()) return std::nullopt;
+  return it->get<std::string>();
+}
+
+std::string lowerCase(std::string text) {
+  for (char& c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return text;
+}
+
+int nextRandom() {
+  const auto overrides = detail::transportOverrides();
+  return overrides.random ? overrides.random() : std::rand();  // NOLINT(cert-msc30-c)
+}
+
+}  // namespace
+
+std::string TAVSDKURLComponents::url() const {
+  std::string out = scheme + "://" + host;
+  if (port) out += ":" + std::to_string(*port);
+  return out;
+}
+
+TAVSDKDispatcher::TAVSDKDispatcher(std::shared_ptr<TAVSDKHttpClient> httpClient,
+                                   std::shared_ptr<TAVSDKTimerScheduler> timerScheduler)
+    : _httpClient(httpClient ? std::move(httpClient) : TAVSDKTransport::httpClient()),
+      _timerScheduler(timerScheduler ? std::move(timerScheduler)
+                                     : TAVSDKTransport::timerScheduler()) {
+  std::srand(static_cast<unsigned>(std::time(nullptr)));  // NOLINT(cert-msc32-c)
+}
+
+std::string TAVSDKDispatcher::getHostForProjectKeyBeaconCollectionDomainBeaconDomain(
+    const OptionalText& projectKey, const OptionalText& beaconCollectionDomain,
+    const OptionalText& beaconDomain) const {
+  if (present(beaconCollectionDomain)) return *beaconCollectionDomain;
+  if (!projectKey) return build::kNoKeyHost;
+  const std::regex* pattern = nullptr;
+  try {
+    static const std::regex compiled(kEnvironmentKeyPattern);
+    pattern = &compiled;
+  } catch (const std::regex_error&) {
+    TAVSDKLog::error("TAVSDK-ERROR - environment_key error.");
+    return build::kSinkHost;
+  }
+  std::string base = build::kDefaultCollectionDomain;
+  if (present(beaconDomain)) {
+    base = beaconDomain->front() == '.' ? beaconDomain->substr(1) : *beaconDomain;
+  }
+  if (std::regex_match(*projectKey, *pattern)) return *projectKey + "." + base;
+  return build::kInvalidKeyHost;
+}
+
+bool TAVSDKDispatcher::shouldSendBeaconsToLocalServer(const OptionalText& projectKey) const {
+  return projectKey && *projectKey == kLocalKey;
+}
+
+TAVSDKURLComponents TAVSDKDispatcher::getURLComponentsForLocalhost() const {
+  const auto overrides = detail::transportOverrides();
+  return {"http", "localhost", overrides.localPort.value_or(build::kLocalPort)};
+}
+
+void TAVSDKDispatcher::handleBatchOsFamilyWithJsonWithCallback(const OptionalText& projectKey,
+                                                               const OptionalText& osFamily,
+                                                               std::string_view json,
+                                                               const Callback& callback) {
+  handleBatchDomainOsFamilyWithJsonWithCallback(projectKey, std::nullopt, osFamily, json, callback);
+}
+
+void TAVSDKDispatcher::handleBatchDomainOsFamilyWithJsonWithCallback(const OptionalText& projectKey,
+                                                                     const OptionalText& domain,
+                                                                     const OptionalText& osFamily,
+                                                                     std::string_view json,
+                                                                     const Callback& callback) {
+  Json parsed = Json::parse(json, nullptr, false);
+  if (parsed.is_discarded() || !parsed.is_object()) {
+    if (callback) callback->onComplete(std::nullopt);
+    return;
+  }
+  handleBatchDomainOsFamilyJsonDictCallback(projectKey, domain, osFamily, std::move(parsed),
+                                            callback);
+}
+
+void TAVSDKDispatcher::handleBatchDomainOsFamilyJsonDictCallback(const OptionalText& projectKey,
+                                                                 const OptionalText& domain,
+                                                                 const OptionalText& osFamily,
+                                                                 Json jsonDict,
+                                                                 const Callback& callback) {
+  handleBatchDomainBeaconCollectionDomainOsFamilyJsonDictCallback(
+      projectKey, domain, std::nullopt, osFamily, std::move(jsonDict), callback);
+}
+
+void TAVSDKDispatcher::handleBatchBeaconCollectionDomainOsFamilyJsonDictCallback(
+    const OptionalText& projectKey, const OptionalText& beaconCollectionDomain,
+    const OptionalText& osFamily, Json jsonDict, const Callback& callback) {
+  handleBatchDomainBeaconCollectionDomainOsFamilyJsonDictCallback(
+      projectKey, std::nullopt, beaconCollectionDomain, osFamily, std::move(jsonDict), callback);
+}
+
+void TAVSDKDispatcher::handleBatchDomainBeaconCollectionDomainOsFamilyJsonDictCallback(
+    const OptionalText& projectKey, const OptionalText& domain,
+    const OptionalText& beaconCollectionDomain, const OptionalText& /*osFamily*/, Json jsonDict,
+    const Callback& callback) {
+  TAVSDKURLComponents components;
+  if (shouldSendBeaconsToLocalServer(projectKey)) {
+    components = getURLComponentsForLocalhost();
+  } else {
+    components.scheme = "https";
+    components.host = getHostForProjectKeyBeaconCollectionDomainBeaconDomain(
+        projectKey, beaconCollectionDomain, beaconCollectionDomain ? std::nullopt : domain);
+  }
+  auto info = std::make_shared<HttpUserInfo>();
+  info->url = components.url();
+  info->eventsJsonDict = std::move(jsonDict);
+  info->callback = callback;
+  scheduleHttp(info);
+}
+
+void TAVSDKDispatcher::scheduleHttp(const std::shared_ptr<HttpUserInfo>& info) {
+  auto self = weak_from_this().lock();
+  if (!self || !info) return;  // a dispatcher not owned by a shared_ptr cannot arm timers
+  // The delay is a multiple of 5000 and is used as SECONDS on purpose: the first
+  // retry waits at least 5000 s.
+  const std::chrono::seconds delay(getNextBeaconTime(*info));
+  _timerScheduler->schedule(std::chrono::duration_cast<std::chrono::milliseconds>(delay),
+                            [self = std::move(self), info] { self->executeHttp(info); });
+}
+
+void TAVSDKDispatcher::executeHttp(const std::shared_ptr<HttpUserInfo>& info) {
+  if (!info) return;
+  auto request = buildRequestFromURLEventsJsonDictError(info->url, info->eventsJsonDict, nullptr);
+  if (!request) {
+    info->failureCount = 0;
+    if (info->callback) info->callback->onComplete(std::nullopt);
+    return;
+  }
+  const std::int64_t start = _currentTime.now();
+  std::weak_ptr<TAVSDKDispatcher> weak = weak_from_this();
+  _httpClient->send(
+      std::move(*request), [weak = std::move(weak), info, start](const TAVSDKHttpResult& result) {
+        const auto self = weak.lock();
+        if (result.error) {
+          if (self) self->setRoundTripLastSucceeded(false);
+          if (info->failureCount < kMaxRetries) {
+            info->failureCount += 1;
+            if (self) self->scheduleHttp(info);
+          } else {
+            info->failureCount = 0;
+            if (info->callback) info->callback->onComplete(false);
+          }
+          return;
+        }
+        if (self) {
+          self->setRoundTripLastCompletedTimeElapsed(self->_currentTime.now() - start);
+          self->setRoundTripLastSucceeded(true);
+        }
+        info->failureCount = 0;
+        if (info->callback) info->callback->onComplete(true);
+      });
+}
+
+std::int64_t TAVSDKDispatcher::getNextBeaconTime(const HttpUserInfo& info) const {
+  const std::int64_t n = info.failureCount;
+  if (n == 0) return 0;
+  // Taken through single precision on purpose: the topmost generator values round
+  // up to 2^31, just above the divisor.
+  const double r = static_cast<double>(static_cast<float>(nextRandom()));
+  const double scaled = std::pow(2.0, static_cast<double>(n - 1)) * r / kRandMax + 1.0;
+  return static_cast<std::int64_t>(std::trunc(scaled)) * kBeaconTimeUnit;
+}
+
+std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildRequestFromURLEventsJsonDictError(
+    const std::string& url, const Json& eventsJsonDict, TAVSDKJsonError* error) const {
+  if (!eventsJsonDict.is_object()) {
+    if (error != nullptr) *error = {"tav.json", 2, "batch is not a JSON object"};
+    return std::nullopt;
+  }
+  auto body = detail::toJsonText(addMetadata(eventsJsonDict), 2, error);
+  if (!body) return std::nullopt;
+  TAVSDKHttpRequest request;
+  request.method = "POST";
+  request.url = url;
+  request.headers = {{"Content-Type", "application/json"}, {"Accept-Encoding", "gzip"}};
+  request.body = std::move(*body);
+  request.timeout = requestTimeout();
+  return request;
+}
+
+TAVSDKDispatcher::Json TAVSDKDispatcher::addMetadata(const Json& body) const {
+  Json out = body;
+  if (!out.is_object()) return out;
+  Json& metadata = out[kMetadata];
+  if (!metadata.is_object()) metadata = Json::object();
+  metadata[kTransmissionTimestamp] = _currentTime.now();
+  if (roundTripLastSucceeded()) {
+    metadata[kRoundTripTime] = roundTripLastCompletedTimeElapsed();
+  } else {
+    metadata.erase(kRoundTripTime);
+  }
+  return out;
+}
+
+void TAVSDKDispatcher::handle(const std::shared_ptr<TAVSDKBaseEvent>& event) {
+  if (!event || !event->isTrackable()) return;
+  const auto* trackable = dynamic_cast<const TAVSDKTrackableEvent*>(event.get());
+  if (trackable == nullptr) return;
+  Json q = trackable->getQuery();
+  const auto key = textMember(q, kEnvironmentKey);
+  [[maybe_unused]] const std::string osFamily =
+      lowerCase(textMember(q, kViewerOsFamily).value_or("ios"));
+  if (!present(key)) {
+    TAVSDKLog::error("TAVSDK-ERROR - environment_key must be provided.");
+    return;
+  }
+  TAVSDKURLComponents components;
+  if (shouldSendBeaconsToLocalServer(key)) {
+    components = getURLComponentsForLocalhost();
+  } else {
+    components.scheme = "https";
+    components.host =
+        getHostForProjectKeyBeaconCollectionDomainBeaconDomain(key, std::nullopt, std::nullopt);
+  }
+  q[kEventName] = trackable->eventType();
+  TAVSDKJsonError error;
+  auto body = detail::toJsonText(q, -1, &error);
+  if (!body) {
+    TAVSDKLog::error("TAVSDK-ERROR - A NSJSONSerialization error occurred: " + error.domain + " " +
+                     std::to_string(error.code) + " " + error.description);
+    return;
+  }
+  TAVSDKHttpRequest request;
+  request.method = "POST";
+  request.url = components.url();
+  request.headers = {{"Content-Type", "application/json"}};
+  request.body = std::move(*body);
+  request.timeout = requestTimeout();
+  _httpClient->send(std::move(request), [](const TAVSDKHttpResult&) {});
+}
+
+std::chrono::milliseconds TAVSDKDispatcher::requestTimeout() const {
+  return detail::transportOverrides().requestTimeout.value_or(
+      std::chrono::duration_cast<std::chrono::milliseconds>(kRequestTimeout));
+}
+
+}  // namespace tav
