@@ -1,0 +1,158 @@
+// Merging, removal, snapshots and upsert of the query data base, seen through
+// the records that use it.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <thread>
+
+#include "tav/data/TAVSDKCustomData.h"
+#include "tav/data/TAVSDKCustomerPlayerData.h"
+#include "tav/data/TAVSDKCustomerVideoData.h"
+#include "tav/data/TAVSDKCustomerViewData.h"
+#include "tav/data/TAVSDKQueryData.h"
+#include "tav/data/TAVSDKVideoData.h"
+#include "tav/data/TAVSDKViewData.h"
+
+namespace tav {
+namespace {
+
+TEST(QueryDataMerge, UpdateOverwritesButUpdateIfNullOnlyFillsGaps) {
+  TAVSDKViewData view;
+  view.update(Json{{"xid", "A"}});
+  view.update(Json{{"xid", "B"}, {"xen", "5"}});
+  EXPECT_EQ(view.get("xid"), Json("B"));
+
+  view.updateIfNull(Json{{"xid", "C"}, {"xst", "1"}});
+  EXPECT_EQ(view.get("xid"), Json("B"));
+  EXPECT_EQ(view.get("xst"), Json("1"));
+
+  TAVSDKViewData empty;
+  empty.updateIfNull(Json{{"xid", "C"}});
+  EXPECT_EQ(empty.get("xid"), Json("C"));
+}
+
+TEST(QueryDataMerge, NullMarkerRemovesOnUpdateAndSetQueryButIsCopiedByUpdateIfNull) {
+  TAVSDKCustomData custom;
+  custom.update(Json{{"c1", "x"}, {"c2", "y"}});
+  custom.update(Json{{"c1", nullptr}});
+  EXPECT_FALSE(custom.get("c1").has_value());
+  EXPECT_EQ(custom.customData1(), std::nullopt);
+  EXPECT_EQ(custom.customData2(), "y");
+
+  custom.setQuery(Json{{"c3", "z"}, {"c4", nullptr}});
+  EXPECT_EQ(custom.toQuery(), (Json{{"c3", "z"}}));
+
+  // A gap filled with the marker holds it; typed getters read it as nothing.
+  custom.updateIfNull(Json{{"c5", nullptr}});
+  ASSERT_TRUE(custom.get("c5").has_value());
+  EXPECT_TRUE(custom.get("c5")->is_null());
+  EXPECT_EQ(custom.customData5(), std::nullopt);
+}
+
+TEST(QueryDataMerge, AbsentOrNonObjectDataChangesNothingExceptSetQueryWhichEmpties) {
+  TAVSDKCustomData custom;
+  custom.update(Json{{"c1", "x"}});
+  const Json before = custom.toQuery();
+  custom.update(Json());
+  custom.update(Json::array({"c1"}));
+  custom.updateIfNull(Json());
+  custom.removeAll(Json());
+  custom.remove("missing");
+  EXPECT_EQ(custom.toQuery(), before);
+
+  custom.setQuery(Json());
+  EXPECT_TRUE(custom.toQuery().empty());
+}
+
+TEST(QueryDataMerge, RemoveAllUsesOnlyTheKeysAndIgnoresUnknownOnes) {
+  TAVSDKCustomData custom;
+  custom.update(Json{{"c1", "x"}, {"c2", "y"}});
+  custom.removeAll(Json{{"c1", "any value"}, {"not-there", 1}});
+  EXPECT_EQ(custom.toQuery(), (Json{{"c2", "y"}}));
+}
+
+TEST(QueryDataMerge, SetQueryReplacesTheWholeContent) {
+  TAVSDKViewData view;
+  view.setViewRebufferCount(2);
+  view.setViewId("old");
+  view.setQuery(Json{{"xen", "9"}});
+  EXPECT_EQ(view.toQuery(), (Json{{"xen", "9"}}));
+  EXPECT_EQ(view.viewRebufferCount(), std::nullopt);
+
+  view.setQuery(Json::object());
+  EXPECT_TRUE(view.toQuery().empty());
+  EXPECT_EQ(view.size(), 0U);
+}
+
+TEST(QueryDataMerge, ToQueryIsAnIndependentSnapshot) {
+  TAVSDKViewData view;
+  view.setViewId("first");
+  Json snapshot = view.toQuery();
+  view.setViewRebufferCount(1);
+  view.setViewId("second");
+  EXPECT_FALSE(snapshot.contains("xreco"));
+  EXPECT_EQ(snapshot["xid"], "first");
+
+  snapshot["xid"] = "edited";
+  EXPECT_EQ(view.viewId(), "second");
+}
+
+template <class Record>
+class UpsertTest : public ::testing::Test {};
+using UpsertableRecords =
+    ::testing::Types<TAVSDKViewData, TAVSDKVideoData, TAVSDKCustomerVideoData,
+                     TAVSDKCustomerPlayerData, TAVSDKCustomerViewData, TAVSDKCustomData>;
+TYPED_TEST_SUITE(UpsertTest, UpsertableRecords);
+
+TYPED_TEST(UpsertTest, NilMakesANewRecordHoldingExactlyTheDataExistingIsMergedInPlace) {
+  const Json first{{"k1", "a"}, {"k2", "b"}};
+  std::shared_ptr<TypeParam> record = TypeParam::upsertWithData(nullptr, first);
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(record->toQuery(), first);
+
+  const auto same = TypeParam::upsertWithData(record, Json{{"k2", "c"}, {"k3", 3}});
+  EXPECT_EQ(same.get(), record.get());
+  EXPECT_EQ(record->toQuery(), (Json{{"k1", "a"}, {"k2", "c"}, {"k3", 3}}));
+
+  // A second upsert into an empty slot makes a distinct record.
+  const auto other = TypeParam::upsertWithData(nullptr, first);
+  EXPECT_NE(other.get(), record.get());
+}
+
+// One thread writes whole batches while another reads: a reader must never see
+// setQuery's clear-and-fill or a batch of update half done.
+TEST(QueryDataConcurrent, ReadersSeeOnlyWholeMutations) {
+  auto view = std::make_shared<TAVSDKViewData>();
+  view->setQuery(Json{{"xid", "view"}, {"xen", "0"}});
+  constexpr int kRounds = 2000;
+
+  std::thread writer([view] {
+    for (int i = 1; i <= kRounds; ++i) {
+      const std::string n = std::to_string(i);
+      view->setQuery(Json{{"xid", "view"}, {"xen", n}});
+      view->update(Json{{"xreco", n}, {"xskco", n}});
+    }
+  });
+
+  int inconsistent = 0;
+  std::int64_t lastEnd = 0;
+  for (int i = 0; i < kRounds; ++i) {
+    const Json snapshot = view->toQuery();
+    const auto end = field::parseInt64(snapshot.value("xen", Json("-1")));
+    if (snapshot.value("xid", "") != "view" || end < lastEnd) ++inconsistent;
+    if (snapshot.contains("xreco") != snapshot.contains("xskco")) ++inconsistent;
+    if (snapshot.contains("xreco") && snapshot["xreco"] != snapshot["xen"]) ++inconsistent;
+    lastEnd = end;
+    if (const auto id = view->get("xid"); !id || *id != "view") ++inconsistent;
+    (void)view->viewRebufferCount();
+  }
+  writer.join();
+
+  EXPECT_EQ(inconsistent, 0);
+  EXPECT_EQ(view->viewEnd(), kRounds);
+  EXPECT_EQ(view->viewSeekCount(), kRounds);
+}
+
+}  // namespace
+}  // namespace tav
