@@ -3,12 +3,12 @@
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
-#include <regex>
 
 #include "tav/events/TAVSDKTrackableEvent.h"
 #include "tav/platform/TAVSDKLog.h"
 #include "tav/transport/TAVSDKTransport.h"
 #include "tav_build_config.h"
+#include "transport/EnvironmentKeyPattern.h"
 #include "transport/JsonText.h"
 #include "transport/TransportOverrides.h"
 
@@ -22,7 +22,6 @@ constexpr const char* kMetadata = "metadata";
 constexpr const char* kTransmissionTimestamp = "transmission_timestamp";
 constexpr const char* kRoundTripTime = "rtt_ms";
 constexpr const char* kLocalKey = "local";
-constexpr const char* kEnvironmentKeyPattern = "^[a-z0-9]+$";
 constexpr std::int64_t kMaxRetries = 4;  // five attempts in all
 constexpr std::int64_t kBeaconTimeUnit = 5000;
 constexpr double kRandMax = 2147483647.0;
@@ -71,11 +70,8 @@ std::string TAVSDKDispatcher::getHostForProjectKeyBeaconCollectionDomainBeaconDo
     const OptionalText& beaconDomain) const {
   if (present(beaconCollectionDomain)) return *beaconCollectionDomain;
   if (!projectKey) return build::kNoKeyHost;
-  const std::regex* pattern = nullptr;
-  try {
-    static const std::regex compiled(kEnvironmentKeyPattern);
-    pattern = &compiled;
-  } catch (const std::regex_error&) {
+  const std::optional<bool> matches = detail::matchesEnvironmentKeyPattern(*projectKey);
+  if (!matches) {
     TAVSDKLog::error("TAVSDK-ERROR - environment_key error.");
     return build::kSinkHost;
   }
@@ -83,7 +79,7 @@ std::string TAVSDKDispatcher::getHostForProjectKeyBeaconCollectionDomainBeaconDo
   if (present(beaconDomain)) {
     base = beaconDomain->front() == '.' ? beaconDomain->substr(1) : *beaconDomain;
   }
-  if (std::regex_match(*projectKey, *pattern)) return *projectKey + "." + base;
+  if (*matches) return *projectKey + "." + base;
   return build::kInvalidKeyHost;
 }
 
@@ -164,7 +160,7 @@ void TAVSDKDispatcher::scheduleHttp(const std::shared_ptr<HttpUserInfo>& info) {
 
 void TAVSDKDispatcher::executeHttp(const std::shared_ptr<HttpUserInfo>& info) {
   if (!info) return;
-  auto request = buildRequestFromURLEventsJsonDictError(info->url, info->eventsJsonDict, nullptr);
+  auto request = buildRequestInPlace(info->url, info->eventsJsonDict, nullptr);
   if (!request) {
     info->failureCount = 0;
     if (info->callback) info->callback->onComplete(std::nullopt);
@@ -207,11 +203,25 @@ std::int64_t TAVSDKDispatcher::getNextBeaconTime(const HttpUserInfo& info) const
 
 std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildRequestFromURLEventsJsonDictError(
     const std::string& url, const Json& eventsJsonDict, TAVSDKJsonError* error) const {
+  Json body = eventsJsonDict;
+  return buildRequestInPlace(url, body, error);
+}
+
+std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildRequestInPlace(
+    const std::string& url, Json& eventsJsonDict, TAVSDKJsonError* error) const {
   if (!eventsJsonDict.is_object()) {
     if (error != nullptr) *error = {"tav.json", 2, "batch is not a JSON object"};
     return std::nullopt;
   }
-  auto body = detail::toJsonText(addMetadata(eventsJsonDict), 2, error);
+  // Serialises addMetadata(eventsJsonDict) without copying the events: the
+  // completed metadata is swapped in for the time of the serialisation.
+  const bool hadMetadata = eventsJsonDict.contains(kMetadata);
+  Json metadata = metadataFor(eventsJsonDict);
+  Json& slot = eventsJsonDict[kMetadata];
+  std::swap(slot, metadata);
+  auto body = detail::toJsonText(eventsJsonDict, 2, error);
+  std::swap(slot, metadata);
+  if (!hadMetadata) eventsJsonDict.erase(kMetadata);
   if (!body) return std::nullopt;
   TAVSDKHttpRequest request;
   request.method = "POST";
@@ -224,16 +234,20 @@ std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildRequestFromURLEventsJson
 
 TAVSDKDispatcher::Json TAVSDKDispatcher::addMetadata(const Json& body) const {
   Json out = body;
-  if (!out.is_object()) return out;
-  Json& metadata = out[kMetadata];
-  if (!metadata.is_object()) metadata = Json::object();
+  if (out.is_object()) out[kMetadata] = metadataFor(body);
+  return out;
+}
+
+TAVSDKDispatcher::Json TAVSDKDispatcher::metadataFor(const Json& body) const {
+  const auto existing = body.find(kMetadata);
+  Json metadata = existing != body.end() && existing->is_object() ? *existing : Json::object();
   metadata[kTransmissionTimestamp] = _currentTime.now();
   if (roundTripLastSucceeded()) {
     metadata[kRoundTripTime] = roundTripLastCompletedTimeElapsed();
   } else {
     metadata.erase(kRoundTripTime);
   }
-  return out;
+  return metadata;
 }
 
 void TAVSDKDispatcher::handle(const std::shared_ptr<TAVSDKBaseEvent>& event) {

@@ -117,10 +117,10 @@ void TAVSDKEventQueue::onComplete(std::optional<bool> /*result*/) {
 }
 
 void TAVSDKEventQueue::deduplicateBeaconData(TAVSDKTrackableEvent& event) {
-  nlohmann::json q = event.getQuery();
   const auto& view = event.viewData();
   const std::optional<std::string> viewId = view ? view->viewId() : std::nullopt;
   if (!viewId) return;
+  nlohmann::json q = event.getQuery();
   const std::string& type = event.eventType();
   if (type == kViewStart || type == kViewEnd || !_previousBeaconData ||
       _currentTime.now() - _lastEventTime >= kViewMemoryMs) {

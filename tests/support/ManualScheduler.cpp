@@ -31,6 +31,14 @@ std::size_t ManualScheduler::advance(Ms by) {
   return ran;
 }
 
+void ManualScheduler::clear() {
+  std::multimap<Ms, Timer> dropped;
+  {
+    const std::lock_guard lock(_mutex);
+    dropped.swap(_timers);
+  }
+}
+
 ManualScheduler::Ms ManualScheduler::now() const {
   const std::lock_guard lock(_mutex);
   return _now;

@@ -27,6 +27,10 @@ class ManualScheduler : public TAVSDKTimerScheduler {
   /// Runs the timers due now.
   std::size_t runDue() { return advance(Ms(0)); }
 
+  /// Drops every pending timer without running it (pending timers hold what
+  /// armed them, such as a dispatcher that holds this scheduler).
+  void clear();
+
   [[nodiscard]] Ms now() const;
   [[nodiscard]] std::size_t pendingCount() const;
   /// The delays the pending timers were armed with, in due order.

@@ -30,9 +30,9 @@ std::set<std::string> keysOf(const Json& object) {
   return keys;
 }
 
-class DispatcherTest : public TransportFixture {};
+class TransportDispatcher : public TransportFixture {};
 
-TEST_F(DispatcherTest, HostSelectionFollowsKeyAndDomains) {
+TEST_F(TransportDispatcher, HostSelectionFollowsKeyAndDomains) {
   const std::string invalid = build::kInvalidKeyHost;
   const std::string noKey = build::kNoKeyHost;
   struct Case {
@@ -66,7 +66,7 @@ TEST_F(DispatcherTest, HostSelectionFollowsKeyAndDomains) {
   EXPECT_FALSE(dispatcher->shouldSendBeaconsToLocalServer(std::nullopt));
 }
 
-TEST_F(DispatcherTest, EveryBatchFormPostsToTheUrlOfItsKeyAndDomains) {
+TEST_F(TransportDispatcher, EveryBatchFormPostsToTheUrlOfItsKeyAndDomains) {
   dispatcher->handleBatchOsFamilyWithJsonWithCallback("abc123", "ios", oneBeaconBatch().dump(),
                                                       callback);
   dispatcher->handleBatchDomainOsFamilyWithJsonWithCallback("abc123", ".example.test", "ios",
@@ -100,7 +100,7 @@ TEST_F(DispatcherTest, EveryBatchFormPostsToTheUrlOfItsKeyAndDomains) {
     EXPECT_EQ(http->request(i).url, expected[i]);
 }
 
-TEST_F(DispatcherTest, AttemptPostsPrettyPrintedBatchWithFreshMetadata) {
+TEST_F(TransportDispatcher, AttemptPostsPrettyPrintedBatchWithFreshMetadata) {
   Json batch = oneBeaconBatch();
   batch["metadata"] = {{"app", "kept"}, {"rtt_ms", 7}};
   dispatcher->handleBatchOsFamilyWithJsonWithCallback("abc123", "ios", batch.dump(), callback);
@@ -125,14 +125,23 @@ TEST_F(DispatcherTest, AttemptPostsPrettyPrintedBatchWithFreshMetadata) {
   EXPECT_FALSE(body["metadata"].contains("rtt_ms")) << "no request has succeeded yet";
   EXPECT_TRUE(callback->results().empty());
 
+  // The retry starts again from the batch as given.
+  http->fail(0);
+  clock->advance(500);
+  timers->advance(Seconds(10000));
+  ASSERT_EQ(http->count(), 2U);
+  const Json retry = http->body(1);
+  EXPECT_EQ(retry["events"], batch["events"]);
+  EXPECT_EQ(retry["metadata"], (Json{{"app", "kept"}, {"transmission_timestamp", kStart + 2000}}));
+
   // A "metadata" that is not an object is replaced; the input is not changed.
   const Json odd = {{"events", Json::array()}, {"metadata", "text"}};
   const Json completed = dispatcher->addMetadata(odd);
-  EXPECT_EQ(completed["metadata"], (Json{{"transmission_timestamp", kStart + 1500}}));
+  EXPECT_EQ(completed["metadata"], (Json{{"transmission_timestamp", kStart + 2000}}));
   EXPECT_EQ(odd["metadata"], "text");
 }
 
-TEST_F(DispatcherTest, FailedAttemptsBackOffInSecondsAndGiveUpAfterFive) {
+TEST_F(TransportDispatcher, FailedAttemptsBackOffInSecondsAndGiveUpAfterFive) {
   const ScopedTransportOverrides overrides(
       [](auto& o) { o.random = [] { return 1 << 30; }; });  // r ~ 0.5
   auto info = std::make_shared<HttpUserInfo>();
@@ -173,7 +182,7 @@ TEST_F(DispatcherTest, FailedAttemptsBackOffInSecondsAndGiveUpAfterFive) {
   EXPECT_EQ(http->count(), 5U);
 }
 
-TEST_F(DispatcherTest, RetryDelayComesFromTheGeneratorThroughSinglePrecision) {
+TEST_F(TransportDispatcher, RetryDelayComesFromTheGeneratorThroughSinglePrecision) {
   HttpUserInfo info;
   int draws = 0;
   int value = 0;
@@ -203,7 +212,7 @@ TEST_F(DispatcherTest, RetryDelayComesFromTheGeneratorThroughSinglePrecision) {
   EXPECT_EQ(delayFor(4, 2147483583), 40000);
 }
 
-TEST_F(DispatcherTest, RetryDelayUsesTheProcessWideGenerator) {
+TEST_F(TransportDispatcher, RetryDelayUsesTheProcessWideGenerator) {
   HttpUserInfo info;
   info.failureCount = 3;
   std::srand(20240501);
@@ -226,7 +235,7 @@ TEST_F(DispatcherTest, RetryDelayUsesTheProcessWideGenerator) {
   EXPECT_GE(seen.size(), 4U);
 }
 
-TEST_F(DispatcherTest, AnyResponseSucceedsAndOnlyASuccessCarriesTheRoundTrip) {
+TEST_F(TransportDispatcher, AnyResponseSucceedsAndOnlyASuccessCarriesTheRoundTrip) {
   const ScopedTransportOverrides overrides([](auto& o) { o.random = [] { return 0; }; });
   auto info = std::make_shared<HttpUserInfo>();
   info->url = "https://" + defaultHost("abc123");
@@ -258,7 +267,7 @@ TEST_F(DispatcherTest, AnyResponseSucceedsAndOnlyASuccessCarriesTheRoundTrip) {
   EXPECT_EQ(http->body(3)["events"], http->body(2)["events"]);
 }
 
-TEST_F(DispatcherTest, UnusableBatchesAreDroppedWholeAndReported) {
+TEST_F(TransportDispatcher, UnusableBatchesAreDroppedWholeAndReported) {
   const double inf = std::numeric_limits<double>::infinity();
   const std::vector<Json> unserialisable = {
       {{"events", Json::array({{{"xid", "V1"}, {"xrefq", std::nan("")}}})}},
@@ -297,7 +306,7 @@ TEST_F(DispatcherTest, UnusableBatchesAreDroppedWholeAndReported) {
   EXPECT_EQ(http->count(), 1U);
 }
 
-TEST_F(DispatcherTest, GoneDispatcherTellsOnSuccessAndLastFailureButNeverRetries) {
+TEST_F(TransportDispatcher, GoneDispatcherTellsOnSuccessAndLastFailureButNeverRetries) {
   const ScopedTransportOverrides overrides([](auto& o) { o.random = [] { return 0; }; });
   const auto batchOnOwnDispatcher = [&](std::int64_t failuresSoFar,
                                         const std::shared_ptr<RecordingCallback>& told) {
@@ -332,7 +341,7 @@ TEST_F(DispatcherTest, GoneDispatcherTellsOnSuccessAndLastFailureButNeverRetries
   EXPECT_EQ(failedLast->results(), std::vector<std::optional<bool>>{false});
 }
 
-TEST_F(DispatcherTest, SingleSendPostsOneCompactBeaconOnceOrLogs) {
+TEST_F(TransportDispatcher, SingleSendPostsOneCompactBeaconOnceOrLogs) {
   const CapturedLog log;
   const auto event = std::make_shared<TAVSDKTrackableEvent>("play", TAVSDKKeySet{"xwati"});
   event->setQuery(

@@ -46,7 +46,7 @@ std::set<std::string> withKeys(std::set<std::string> keys,
   return keys;
 }
 
-class EventQueueTest : public TransportFixture {
+class TransportEventQueue : public TransportFixture {
  protected:
   void SetUp() override {
     TransportFixture::SetUp();
@@ -106,7 +106,7 @@ class EventQueueTest : public TransportFixture {
   std::size_t _seen = 0;
 };
 
-TEST_F(EventQueueTest, SecondBeaconOfAViewCarriesOnlyWhatMustOrDidChange) {
+TEST_F(TransportEventQueue, SecondBeaconOfAViewCarriesOnlyWhatMustOrDidChange) {
   const Json first = send(beacon("viewstart", kViewBeacon));
   EXPECT_EQ(keysOf(first), withKeys(keysOf(kViewBeacon), {"xid", "e"}));
 
@@ -137,7 +137,7 @@ TEST_F(EventQueueTest, SecondBeaconOfAViewCarriesOnlyWhatMustOrDidChange) {
   EXPECT_FALSE(fourth.contains("vtt")) << "the number did not replace \"Title 2\"";
 }
 
-TEST_F(EventQueueTest, MemoryRestartsOnViewStartViewEndAndTenMinutesOfSilence) {
+TEST_F(TransportEventQueue, MemoryRestartsOnViewStartViewEndAndTenMinutesOfSilence) {
   const auto full = withKeys(keysOf(kViewBeacon), {"xid", "e"});
   const auto reduced = std::set<std::string>{"ake", "xid",   "xsqno", "psqno",   "pphti", "pinid",
                                              "uti", "tapve", "vid",   "xmauppe", "xdvor", "e"};
@@ -161,7 +161,7 @@ TEST_F(EventQueueTest, MemoryRestartsOnViewStartViewEndAndTenMinutesOfSilence) {
   EXPECT_EQ(keysOf(send(beacon("play", kViewBeacon))), reduced);
 }
 
-TEST_F(EventQueueTest, SendsArePacedByArrivingEventsAndFlushTypesSendAtOnce) {
+TEST_F(TransportEventQueue, SendsArePacedByArrivingEventsAndFlushTypesSendAtOnce) {
   queue->handle(beacon("play", {{"e", "records' own"}}, ""));
   auto batches = sentBatches();
   ASSERT_EQ(batches.size(), 1U) << "the first event goes at once";
@@ -194,7 +194,7 @@ TEST_F(EventQueueTest, SendsArePacedByArrivingEventsAndFlushTypesSendAtOnce) {
   EXPECT_EQ(sentBatches().size(), 1U) << "5001 ms after the last time-driven send";
 }
 
-TEST_F(EventQueueTest, TimeDrivenBatchTakesTheOldest300AndFlushTakesAll) {
+TEST_F(TransportEventQueue, TimeDrivenBatchTakesTheOldest300AndFlushTakesAll) {
   queue->handle(beacon("play", {}, ""));
   ASSERT_EQ(sentBatches().size(), 1U);
   const auto numbered = [&](int n, const std::string& type = "timeupdate") {
@@ -224,7 +224,7 @@ TEST_F(EventQueueTest, TimeDrivenBatchTakesTheOldest300AndFlushTakesAll) {
   EXPECT_EQ(queue->pendingCount(), 0U);
 }
 
-TEST_F(EventQueueTest, OverflowSendsTheTrippingEventTwiceAsRateExceededThenDropsEverything) {
+TEST_F(TransportEventQueue, OverflowSendsTheTrippingEventTwiceAsRateExceededThenDropsEverything) {
   queue->handle(beacon("play", {}, ""));
   ASSERT_EQ(sentBatches().size(), 1U);
   for (int n = 1; n <= 3600; ++n)
@@ -253,7 +253,7 @@ TEST_F(EventQueueTest, OverflowSendsTheTrippingEventTwiceAsRateExceededThenDrops
   EXPECT_EQ(queue->pendingCount(), 0U);
 }
 
-TEST_F(EventQueueTest, QueueEventRefusesBeyondTheLimitWhenNothingIsSent) {
+TEST_F(TransportEventQueue, QueueEventRefusesBeyondTheLimitWhenNothingIsSent) {
   queue->setDispatcher(nullptr);  // sends leave everything pending
   for (int n = 1; n <= 3600; ++n) {
     ASSERT_TRUE(queue->queueEvent(beacon("hb", {}, ""))) << n;
@@ -270,7 +270,7 @@ TEST_F(EventQueueTest, QueueEventRefusesBeyondTheLimitWhenNothingIsSent) {
   EXPECT_EQ(batches[0].size(), 3601U);
 }
 
-TEST_F(EventQueueTest, KeyOsFamilyAndDomainsChooseTheHostOfEachBatch) {
+TEST_F(TransportEventQueue, KeyOsFamilyAndDomainsChooseTheHostOfEachBatch) {
   const auto hostOfNextBatch = [&] {
     timers->runDue();
     const std::size_t last = http->count() - 1;
@@ -302,7 +302,7 @@ TEST_F(EventQueueTest, KeyOsFamilyAndDomainsChooseTheHostOfEachBatch) {
 
 // The dispatcher completes requests on another thread (as the transport worker
 // does) while events keep arriving: nothing is lost, nothing races.
-TEST_F(EventQueueTest, ConcurrentCompletionsWhileEventsArrive) {
+TEST_F(TransportEventQueue, ConcurrentCompletionsWhileEventsArrive) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   std::atomic<bool> stop{false};
   std::thread completer([&] {

@@ -29,7 +29,10 @@ class TransportFixture : public ::testing::Test {
     callback = std::make_shared<RecordingCallback>();
     dispatcher = std::make_shared<TAVSDKDispatcher>(http, timers);
   }
-  void TearDown() override { TAVSDKClock::setFactory(nullptr); }
+  void TearDown() override {
+    timers->clear();
+    TAVSDKClock::setFactory(nullptr);
+  }
 
   static std::string defaultHost(const std::string& key) {
     return key + "." + build::kDefaultCollectionDomain;

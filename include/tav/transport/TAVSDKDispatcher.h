@@ -9,7 +9,9 @@
 // and the pending HttpUserInfo strongly; a request's completion holds the
 // HttpUserInfo strongly and the dispatcher weakly (a dispatcher that is gone
 // schedules no retry, but the callback is still told on success or after the
-// fifth failure).
+// fifth failure). A scheduler that the dispatcher holds and that keeps armed
+// timers forever therefore keeps the dispatcher alive; the transport worker
+// drops its timers when it shuts down.
 //
 // Thread rules: batch calls come from the caller's thread; timers run and
 // requests complete on the threads of the injected ports (the transport worker
@@ -145,6 +147,12 @@ class TAVSDKDispatcher : public std::enable_shared_from_this<TAVSDKDispatcher> {
 
  private:
   [[nodiscard]] std::chrono::milliseconds requestTimeout() const;
+  /// buildRequestFromURLEventsJsonDictError without copying the batch; leaves it as it was.
+  [[nodiscard]] std::optional<TAVSDKHttpRequest> buildRequestInPlace(const std::string& url,
+                                                                     Json& eventsJsonDict,
+                                                                     TAVSDKJsonError* error) const;
+  /// The "metadata" object that addMetadata puts into `body`.
+  [[nodiscard]] Json metadataFor(const Json& body) const;
 
   std::atomic<bool> _roundTripLastSucceeded{false};
   TAVSDKClockSlot _currentTime;
