@@ -59,9 +59,18 @@ std::string TAVSDKURLComponents::url() const {
 
 TAVSDKDispatcher::TAVSDKDispatcher(std::shared_ptr<TAVSDKHttpClient> httpClient,
                                    std::shared_ptr<TAVSDKTimerScheduler> timerScheduler)
-    : _httpClient(httpClient ? std::move(httpClient) : TAVSDKTransport::httpClient()),
-      _timerScheduler(timerScheduler ? std::move(timerScheduler)
-                                     : TAVSDKTransport::timerScheduler()) {
+    : _httpClient(std::move(httpClient)), _timerScheduler(std::move(timerScheduler)) {
+  if (!_httpClient || !_timerScheduler) {
+    auto overrides = detail::transportOverrides();
+    if (!_httpClient) {
+      _httpClient =
+          overrides.httpClient ? std::move(overrides.httpClient) : TAVSDKTransport::httpClient();
+    }
+    if (!_timerScheduler) {
+      _timerScheduler = overrides.timerScheduler ? std::move(overrides.timerScheduler)
+                                                 : TAVSDKTransport::timerScheduler();
+    }
+  }
   std::srand(static_cast<unsigned>(std::time(nullptr)));  // NOLINT(cert-msc32-c)
 }
 

@@ -5,9 +5,15 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace tav {
+class TAVSDKHttpClient;
+class TAVSDKTimerScheduler;
+}  // namespace tav
 
 namespace tav::detail {
 
@@ -23,6 +29,10 @@ struct TransportOverrides {
   std::optional<std::chrono::milliseconds> requestTimeout;
   /// Generator for the retry delays instead of std::rand (values 0 ... RAND_MAX).
   std::function<int()> random;
+  /// Ports for dispatchers made without explicit ones (every queue's own
+  /// dispatcher) instead of the transport worker.
+  std::shared_ptr<TAVSDKHttpClient> httpClient;
+  std::shared_ptr<TAVSDKTimerScheduler> timerScheduler;
 };
 
 /// Replaces all overrides at once; a default-constructed value clears them.

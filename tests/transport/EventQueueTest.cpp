@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "TransportFixture.h"
+#include "support/ScopedTransportOverrides.h"
 #include "tav/data/TAVSDKViewData.h"
 #include "tav/events/TAVSDKTrackableEvent.h"
 #include "tav/transport/TAVSDKEventQueue.h"
@@ -298,6 +299,22 @@ TEST_F(TransportEventQueue, KeyOsFamilyAndDomainsChooseTheHostOfEachBatch) {
 
   queue->handle(beacon("ended", {{"ake", "local"}}, ""));
   EXPECT_EQ(hostOfNextBatch(), "http://localhost:" + std::to_string(build::kLocalPort));
+}
+
+TEST_F(TransportEventQueue, NewQueuesTakeTheTestPortsWhenInstalled) {
+  std::shared_ptr<TAVSDKEventQueue> fresh;
+  {
+    const ScopedTransportOverrides overrides([&](auto& o) {
+      o.httpClient = http;
+      o.timerScheduler = timers;
+    });
+    fresh = std::make_shared<TAVSDKEventQueue>();
+  }
+  EXPECT_EQ(fresh->dispatcher()->httpClient(), http);
+  EXPECT_EQ(fresh->dispatcher()->timerScheduler(), timers);
+  EXPECT_NE(std::make_shared<TAVSDKEventQueue>()->dispatcher()->httpClient(), http);
+  fresh->handle(beacon("viewstart", {}, ""));
+  EXPECT_EQ(sentBatches().size(), 1U);
 }
 
 // The dispatcher completes requests on another thread (as the transport worker
