@@ -119,7 +119,7 @@ void CurlWorker::send(TAVSDKHttpRequest request, Completion completion) {
   std::unique_lock lock(_mutex);
   if (!startLocked()) {
     lock.unlock();
-    if (completion) invokeGuarded(completion, errorResult("transport is shutting down"));
+    if (completion) invokeGuarded(completion, errorResult("transport not available"));
     return;
   }
   _incoming.emplace_back(std::move(request), std::move(completion));
@@ -243,7 +243,13 @@ void CurlWorker::run() {
 }
 
 void CurlWorker::startTransfer(TAVSDKHttpRequest request, Completion completion) {
-  auto transfer = std::make_unique<Transfer>();
+  std::unique_ptr<Transfer> transfer;
+  try {
+    transfer = std::make_unique<Transfer>();
+  } catch (const std::bad_alloc&) {
+    if (completion) invokeGuarded(completion, errorResult("out of memory"));
+    return;
+  }
   transfer->request = std::move(request);
   transfer->completion = std::move(completion);
   try {
