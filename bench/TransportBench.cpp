@@ -59,7 +59,7 @@ Json sampleBeacon(int n) {
   b["uosfm"] = "linux";
   b["uosve"] = "6.1.0";
   b["pnm"] = "main-player";
-  b["pswnm"] = "AVPlayer";
+  b["pswnm"] = "reference-player";
   b["pswve"] = "17.2";
   b["pwd"] = "1920";
   b["pht"] = "1080";
