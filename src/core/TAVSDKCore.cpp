@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "core/CoreState.h"
+#include "tav/core/TAVSDKCoreView.h"
 #include "tav/core/TAVSDKClientHandler.h"
 #include "tav/events/TAVSDKTrackableEvent.h"
 #include "tav/platform/TAVSDKLog.h"

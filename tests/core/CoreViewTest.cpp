@@ -19,14 +19,18 @@ TEST_F(CoreViewTest, ViewInitReplacesTheViewAndFreesTheOldOne) {
 
   send<TAVSDKViewInitEvent>("p", 0);
   std::weak_ptr<TAVSDKCoreView> first = player()->view();
-  ASSERT_FALSE(first.expired());
-  // The redispatch handler first, then the fourteen trackers.
-  EXPECT_EQ(first.lock()->handlerCount(), 15U);
-  EXPECT_NE(dynamic_cast<TAVSDKRedispatchEventHandler*>(first.lock()->handlers()[0].get()), nullptr);
-  EXPECT_NE(dynamic_cast<TAVSDKLongResumeTracker*>(first.lock()->handlers()[1].get()), nullptr);
-  EXPECT_NE(dynamic_cast<TAVSDKExternalHeartbeatTracker*>(first.lock()->handlers()[14].get()),
-            nullptr);
-  std::weak_ptr<TAVSDKEventHandling> firstTracker = first.lock()->handlers()[1];
+  std::weak_ptr<TAVSDKEventHandling> firstTracker;
+  {
+    const auto view = first.lock();
+    ASSERT_NE(view, nullptr);
+    const auto& handlers = view->handlers();
+    // The redispatch handler first, then the fourteen trackers.
+    ASSERT_EQ(handlers.size(), 15U);
+    EXPECT_NE(dynamic_cast<TAVSDKRedispatchEventHandler*>(handlers.front().get()), nullptr);
+    EXPECT_NE(dynamic_cast<TAVSDKLongResumeTracker*>(handlers.at(1).get()), nullptr);
+    EXPECT_NE(dynamic_cast<TAVSDKExternalHeartbeatTracker*>(handlers.back().get()), nullptr);
+    firstTracker = handlers.at(1);
+  }
 
   send<TAVSDKViewInitEvent>("p", 0);
   EXPECT_TRUE(first.expired()) << "a replaced view must be freed";
