@@ -76,6 +76,6 @@ int main(int argc, char** argv) {
   TAVSDKCore::destroyPlayer(player);
   const bool delivered = TAVSDKCore::shutdown(std::chrono::seconds(5));
   std::printf("view sent to \"%s\": %s\n", envKey.c_str(),
-              delivered ? "delivered" : "not confirmed within 5 s");
+              delivered ? "transport drained" : "transport not drained within 5 s");
   return 0;
 }
