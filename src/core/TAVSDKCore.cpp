@@ -3,8 +3,8 @@
 #include <exception>
 
 #include "core/CoreState.h"
-#include "tav/core/TAVSDKCoreView.h"
 #include "tav/core/TAVSDKClientHandler.h"
+#include "tav/core/TAVSDKCoreView.h"
 #include "tav/events/TAVSDKTrackableEvent.h"
 #include "tav/platform/TAVSDKLog.h"
 #include "tav/transport/TAVSDKEventQueue.h"
@@ -127,7 +127,8 @@ void TAVSDKCore::setSentryEnabled(bool enabled) {
 
 void TAVSDKCore::setBeaconCollectionDomainForPlayer(const std::string& domain,
                                                     const std::string& name) {
-  guarded("setBeaconCollectionDomain", [&] { findOrCreate(name)->setBeaconCollectionDomain(domain); });
+  guarded("setBeaconCollectionDomain",
+          [&] { findOrCreate(name)->setBeaconCollectionDomain(domain); });
 }
 
 void TAVSDKCore::setBeaconDomainForPlayer(const std::string& domain, const std::string& name) {

@@ -136,7 +136,8 @@ void TAVSDKCorePlayer::setBeaconDomain(const std::string& domain) {
 std::string TAVSDKCorePlayer::shortUUID() {
   constexpr std::uint32_t kAlphabet = sizeof(TAVSDKCorePlayerBase36) - 1;
   std::string out(6, '0');
-  for (char& c : out) c = TAVSDKCorePlayerBase36[platform::randomBelow(kAlphabet)];
+  for (char& c : out)
+    c = TAVSDKCorePlayerBase36[platform::randomBelow(kAlphabet)];
   return out;
 }
 

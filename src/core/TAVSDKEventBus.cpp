@@ -34,7 +34,8 @@ void TAVSDKEventBus::dispatch(const TAVSDKEventPtr& event) {
     WalkGuard& operator=(const WalkGuard&) = delete;
   } guard(_walking);
   // The list cannot change during the walk (see checkNotWalking).
-  for (const auto& handler : _handlers) handler->handle(event);
+  for (const auto& handler : _handlers)
+    handler->handle(event);
 }
 
 }  // namespace tav

@@ -5,7 +5,9 @@
 
 namespace tav {
 
-void TAVSDKSession::start() { startSession(_currentTime.now()); }
+void TAVSDKSession::start() {
+  startSession(_currentTime.now());
+}
 
 void TAVSDKSession::startSession(std::int64_t t) {
   _sessionId = platform::randomUUID();

@@ -15,7 +15,8 @@ bool isBlank(char c) {
 
 std::string_view skipBlanks(std::string_view text) {
   std::size_t i = 0;
-  while (i < text.size() && isBlank(text[i])) ++i;
+  while (i < text.size() && isBlank(text[i]))
+    ++i;
   return text.substr(i);
 }
 
@@ -107,7 +108,8 @@ std::int64_t storedToInt64(const Json& v) {
 bool boolFromText(std::string_view text) {
   text = skipBlanks(text);
   if (!text.empty() && (text[0] == '+' || text[0] == '-')) text.remove_prefix(1);
-  while (!text.empty() && text[0] == '0') text.remove_prefix(1);
+  while (!text.empty() && text[0] == '0')
+    text.remove_prefix(1);
   if (text.empty()) return false;
   const char c = text[0];
   return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
@@ -137,7 +139,9 @@ void setNumber(TAVSDKQueryData& record, const char* key, const std::optional<T>&
 
 }  // namespace
 
-std::string numberText(std::int64_t value) { return std::to_string(value); }
+std::string numberText(std::int64_t value) {
+  return std::to_string(value);
+}
 
 std::string numberText(double value) {
   if (std::isnan(value)) return "nan";
@@ -148,8 +152,12 @@ std::string numberText(double value) {
   return {buf.data(), end};
 }
 
-std::int32_t parseInt32(const Json& v) { return clampTo<std::int32_t>(storedToInt64(v)); }
-std::int64_t parseInt64(const Json& v) { return storedToInt64(v); }
+std::int32_t parseInt32(const Json& v) {
+  return clampTo<std::int32_t>(storedToInt64(v));
+}
+std::int64_t parseInt64(const Json& v) {
+  return storedToInt64(v);
+}
 
 double parseDouble(const Json& v) {
   switch (v.type()) {
@@ -202,8 +210,7 @@ Int32::Value Int32::get(const TAVSDKQueryData& record, const char* key) {
   return parseInt32(*v);
 }
 void Int32::set(TAVSDKQueryData& record, const char* key, const Set& value) {
-  setNumber<std::int64_t>(record, key,
-                          value ? std::optional<std::int64_t>(*value) : std::nullopt);
+  setNumber<std::int64_t>(record, key, value ? std::optional<std::int64_t>(*value) : std::nullopt);
 }
 
 Int64::Value Int64::get(const TAVSDKQueryData& record, const char* key) {

@@ -33,8 +33,7 @@ void TAVSDKViewData::setViewDeviceOrientationData(
   update(Json{{VIEW_DEVICE_ORIENTATION, orientation->toQuery()}});
 }
 
-std::shared_ptr<TAVSDKViewDeviceOrientationData> TAVSDKViewData::viewDeviceOrientationData()
-    const {
+std::shared_ptr<TAVSDKViewDeviceOrientationData> TAVSDKViewData::viewDeviceOrientationData() const {
   const auto nested = get(VIEW_DEVICE_ORIENTATION);
   auto entry = [&](const char* key) -> std::optional<Json> {
     if (!nested || !nested->is_object()) return std::nullopt;
@@ -42,9 +41,9 @@ std::shared_ptr<TAVSDKViewDeviceOrientationData> TAVSDKViewData::viewDeviceOrien
     if (it == nested->end()) return std::nullopt;
     return *it;
   };
-  return std::make_shared<TAVSDKViewDeviceOrientationData>(
-      entry(VIEW_DEVICE_ORIENTATION_X), entry(VIEW_DEVICE_ORIENTATION_Y),
-      entry(VIEW_DEVICE_ORIENTATION_Z));
+  return std::make_shared<TAVSDKViewDeviceOrientationData>(entry(VIEW_DEVICE_ORIENTATION_X),
+                                                           entry(VIEW_DEVICE_ORIENTATION_Y),
+                                                           entry(VIEW_DEVICE_ORIENTATION_Z));
 }
 
 std::optional<std::string> TAVSDKViewData::vviewPrerollAdAssetHostname() const {

@@ -40,10 +40,9 @@ const std::string& noType() {
 // Request type names that are not one of the three constants are kept here,
 // once each, for the life of the process, so getType can answer a reference.
 const std::string* internRequestType(std::string_view name) {
-  for (const std::string* known :
-       {&TAVSDKPlaybackEventRequestBandwidthEventCompleteType,
-        &TAVSDKPlaybackEventRequestBandwidthEventErrorType,
-        &TAVSDKPlaybackEventRequestBandwidthEventCancelType}) {
+  for (const std::string* known : {&TAVSDKPlaybackEventRequestBandwidthEventCompleteType,
+                                   &TAVSDKPlaybackEventRequestBandwidthEventErrorType,
+                                   &TAVSDKPlaybackEventRequestBandwidthEventCancelType}) {
     if (*known == name) return known;
   }
   static std::mutex mutex;
@@ -54,19 +53,31 @@ const std::string* internRequestType(std::string_view name) {
 
 }  // namespace
 
-const std::string& TAVSDKBaseEvent::getType() const { return baseType(); }
+const std::string& TAVSDKBaseEvent::getType() const {
+  return baseType();
+}
 
 const TAVSDKKeySet& TAVSDKBaseEvent::noKeys() {
   static const TAVSDKKeySet none;
   return none;
 }
 
-const TAVSDKKeySet& TAVSDKBaseEvent::requiredProperties() const { return noKeys(); }
+const TAVSDKKeySet& TAVSDKBaseEvent::requiredProperties() const {
+  return noKeys();
+}
 
-const std::string& TAVSDKPlaybackEvent::getType() const { return TAVSDKPlaybackEventType; }
-const std::string& TAVSDKDataEvent::getType() const { return TAVSDKDataEventType; }
-const std::string& TAVSDKSessionDataEvent::getType() const { return TAVSDKSessionDataEventType; }
-const std::string& TAVSDKViewMetricEvent::getType() const { return TAVSDKViewMetricEventType; }
+const std::string& TAVSDKPlaybackEvent::getType() const {
+  return TAVSDKPlaybackEventType;
+}
+const std::string& TAVSDKDataEvent::getType() const {
+  return TAVSDKDataEventType;
+}
+const std::string& TAVSDKSessionDataEvent::getType() const {
+  return TAVSDKSessionDataEventType;
+}
+const std::string& TAVSDKViewMetricEvent::getType() const {
+  return TAVSDKViewMetricEventType;
+}
 
 void TAVSDKSessionDataEvent::setSessionData(const nlohmann::json& data) {
   if (!data.is_object()) return;
@@ -104,9 +115,8 @@ const std::string& TAVSDKRenditionChangeEvent::getType() const {
 }
 
 const TAVSDKKeySet& TAVSDKRenditionChangeEvent::requiredProperties() const {
-  static const TAVSDKKeySet keys{VIDEO_SOURCE_ADVERTISED_BITRATE,
-                                 VIDEO_SOURCE_ADVERTISED_FRAMERATE, VIDEO_SOURCE_HEIGHT,
-                                 VIDEO_SOURCE_WIDTH};
+  static const TAVSDKKeySet keys{VIDEO_SOURCE_ADVERTISED_BITRATE, VIDEO_SOURCE_ADVERTISED_FRAMERATE,
+                                 VIDEO_SOURCE_HEIGHT, VIDEO_SOURCE_WIDTH};
   return keys;
 }
 
@@ -130,15 +140,19 @@ TAVSDKTrackableEvent::TAVSDKTrackableEvent(std::string eventType,
       _eventType(std::move(eventType)),
       _requiredProperties(requiredProperties ? std::move(*requiredProperties) : TAVSDKKeySet{}) {}
 
-const std::string& TAVSDKTrackableEvent::getType() const { return TAVSDKTrackableEventType; }
+const std::string& TAVSDKTrackableEvent::getType() const {
+  return TAVSDKTrackableEventType;
+}
 
-void TAVSDKTrackableEvent::setQuery(const Json& data) { _query->setQuery(data); }
+void TAVSDKTrackableEvent::setQuery(const Json& data) {
+  _query->setQuery(data);
+}
 
 void TAVSDKTrackableEvent::updateAll() {
   const TAVSDKQueryData* const records[] = {
-      _viewData.get(),          _customerViewData.get(),   _videoData.get(),
-      _customerVideoData.get(), _playerData.get(),         _customerPlayerData.get(),
-      _environmentData.get(),   _viewerData.get(),         _bandwidthMetricData.get()};
+      _viewData.get(),          _customerViewData.get(), _videoData.get(),
+      _customerVideoData.get(), _playerData.get(),       _customerPlayerData.get(),
+      _environmentData.get(),   _viewerData.get(),       _bandwidthMetricData.get()};
   for (const TAVSDKQueryData* record : records) {
     if (record != nullptr) _query->update(record->toQuery());
   }

@@ -28,10 +28,12 @@ void fillRandom(void* out, std::size_t size) {
   if (done == size) return;
   // getrandom unavailable (very old kernel): fall back to std::random_device.
   std::random_device rd;
-  for (; done < size; ++done) bytes[done] = static_cast<unsigned char>(rd());
+  for (; done < size; ++done)
+    bytes[done] = static_cast<unsigned char>(rd());
 #else
   std::random_device rd;
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<unsigned char>(rd());
+  for (std::size_t i = 0; i < size; ++i)
+    bytes[i] = static_cast<unsigned char>(rd());
 #endif
 }
 

@@ -14,7 +14,8 @@ TAVSDKFailure::TAVSDKFailure(const std::string& what) : std::runtime_error(what)
   void* frames[64];
   const int n = backtrace(frames, 64);
   // Skip this constructor's own frame.
-  for (int i = 1; i < n; ++i) _callStack.push_back(frames[i]);
+  for (int i = 1; i < n; ++i)
+    _callStack.push_back(frames[i]);
 #endif
 }
 

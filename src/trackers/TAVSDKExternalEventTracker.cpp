@@ -7,16 +7,40 @@ namespace tav {
 const TAVSDKKeySet& TAVSDKExternalEventTracker::_events() {
   // "viewinit", "timeupdate", "internalseeking" and the two internal heartbeat
   // types are absent on purpose: they never become beacons.
-  static const TAVSDKKeySet types{
-      "adbreakend",    "adbreakstart",    "adended",         "aderror",
-      "adfirstquartile", "admidpoint",    "adpause",         "adplay",
-      "adplaying",     "adrequest",       "adresponse",      "adthirdquartile",
-      "ended",         "error",           "hb",              "pageloadstart",
-      "pause",         "play",            "playerready",     "playing",
-      "rebufferend",   "rebufferstart",   "seeked",          "seeking",
-      "stalled",       "videochange",     "viewend",         "viewstart",
-      "waiting",       "requestfailed",   "requestcanceled", "requestcompleted",
-      "orientationchange", "renditionchange"};
+  static const TAVSDKKeySet types{"adbreakend",
+                                  "adbreakstart",
+                                  "adended",
+                                  "aderror",
+                                  "adfirstquartile",
+                                  "admidpoint",
+                                  "adpause",
+                                  "adplay",
+                                  "adplaying",
+                                  "adrequest",
+                                  "adresponse",
+                                  "adthirdquartile",
+                                  "ended",
+                                  "error",
+                                  "hb",
+                                  "pageloadstart",
+                                  "pause",
+                                  "play",
+                                  "playerready",
+                                  "playing",
+                                  "rebufferend",
+                                  "rebufferstart",
+                                  "seeked",
+                                  "seeking",
+                                  "stalled",
+                                  "videochange",
+                                  "viewend",
+                                  "viewstart",
+                                  "waiting",
+                                  "requestfailed",
+                                  "requestcanceled",
+                                  "requestcompleted",
+                                  "orientationchange",
+                                  "renditionchange"};
   return types;
 }
 

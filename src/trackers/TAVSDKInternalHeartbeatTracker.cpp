@@ -20,9 +20,9 @@ const TAVSDKKeySet& TAVSDKInternalHeartbeatTracker::_startEvents() {
 
 const TAVSDKKeySet& TAVSDKInternalHeartbeatTracker::_endEvents() {
   static const TAVSDKKeySet types{
-      TAVSDKPlaybackEventPauseEventType,      TAVSDKPlaybackEventEndedEventType,
-      TAVSDKPlaybackEventViewEndEventType,    TAVSDKPlaybackEventErrorEventType,
-      TAVSDKPlaybackEventAdPauseEventType,    TAVSDKPlaybackEventAdBreakEndEventType,
+      TAVSDKPlaybackEventPauseEventType,   TAVSDKPlaybackEventEndedEventType,
+      TAVSDKPlaybackEventViewEndEventType, TAVSDKPlaybackEventErrorEventType,
+      TAVSDKPlaybackEventAdPauseEventType, TAVSDKPlaybackEventAdBreakEndEventType,
       TAVSDKPlaybackEventAdEndedEventType};
   return types;
 }

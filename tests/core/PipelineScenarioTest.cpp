@@ -9,7 +9,9 @@
 namespace tav::test {
 namespace {
 
-std::string text(std::int64_t v) { return std::to_string(v); }
+std::string text(std::int64_t v) {
+  return std::to_string(v);
+}
 
 class PlaybackViewTest : public PipelineTest {};
 
@@ -45,7 +47,7 @@ TEST_F(PlaybackViewTest, WholeViewGivesBeaconsNumbersAndTimeMetrics) {
 
   const auto& b = captured->beacons;
   ASSERT_EQ(captured->types(), (std::vector<std::string>{"viewstart", "play", "playing", "pause",
-                                                          "play", "ended", "viewend"}));
+                                                         "play", "ended", "viewend"}));
   const std::string viewId = b[0].query.at(VIEW_ID);
   EXPECT_EQ(viewId.size(), 36U);
   for (std::size_t i = 0; i < b.size(); ++i) {
@@ -105,7 +107,8 @@ TEST_F(PlaybackViewTest, PlayersNumberIndependentlyAndShareGlobalRecords) {
   global->setViewerData(viewer);
   TAVSDKCore::dispatchGlobalDataEvent(global);
 
-  for (const char* p : {"a", "b"}) send<TAVSDKViewInitEvent>(p, 0);
+  for (const char* p : {"a", "b"})
+    send<TAVSDKViewInitEvent>(p, 0);
   send<TAVSDKPlayEvent>("a", 0);
   send<TAVSDKPauseEvent>("a", 0, true);
   send<TAVSDKPlayEvent>("b", 0);

@@ -97,10 +97,10 @@ bool parseBool(const Json& stored);
 #define TAV_FIELD_KEY(prop, Prop, KEY, code, Kind) inline constexpr char KEY[] = code;
 
 /// Declares the getter and setter of one table row inside a record class.
-#define TAV_FIELD_ACCESSORS(prop, Prop, KEY, code, Kind)                                  \
-  [[nodiscard]] ::tav::field::Kind::Value prop() const {                                  \
-    return ::tav::field::Kind::get(*this, KEY);                                            \
-  }                                                                                        \
-  void set##Prop(const ::tav::field::Kind::Set& value) {                                   \
-    ::tav::field::Kind::set(*this, KEY, value);                                            \
+#define TAV_FIELD_ACCESSORS(prop, Prop, KEY, code, Kind) \
+  [[nodiscard]] ::tav::field::Kind::Value prop() const { \
+    return ::tav::field::Kind::get(*this, KEY);          \
+  }                                                      \
+  void set##Prop(const ::tav::field::Kind::Set& value) { \
+    ::tav::field::Kind::set(*this, KEY, value);          \
   }

@@ -10,8 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tav/events/TAVSDKEventTyping.h"
 #include "tav/events/TAVSDKEventTypes.h"
+#include "tav/events/TAVSDKEventTyping.h"
 
 namespace tav {
 

@@ -9,9 +9,9 @@
 
 namespace tav {
 
-#define TAV_DECLARE_PLAYBACK_EVENT(Class, Constant, name)                     \
-  class Class : public TAVSDKPlaybackEvent {                                  \
-   public:                                                                    \
+#define TAV_DECLARE_PLAYBACK_EVENT(Class, Constant, name)                          \
+  class Class : public TAVSDKPlaybackEvent {                                       \
+   public:                                                                         \
     [[nodiscard]] const std::string& getType() const override { return Constant; } \
   };
 TAV_PLAYBACK_EVENT_TYPES(TAV_DECLARE_PLAYBACK_EVENT)

@@ -42,9 +42,13 @@ class TAVSDKTrackableEvent : public TAVSDKBaseEvent {
   /// A copy of the query with a null value for every required key that is missing.
   [[nodiscard]] Json getQuery() const;
 
-#define TAV_TRACKABLE_RECORD(Type, name, Name)                                  \
-  [[nodiscard]] const std::shared_ptr<Type>& name() const { return _##name; }   \
-  void set##Name(std::shared_ptr<Type> v) { _##name = std::move(v); }
+#define TAV_TRACKABLE_RECORD(Type, name, Name)              \
+  [[nodiscard]] const std::shared_ptr<Type>& name() const { \
+    return _##name;                                         \
+  }                                                         \
+  void set##Name(std::shared_ptr<Type> v) {                 \
+    _##name = std::move(v);                                 \
+  }
   TAV_TRACKABLE_RECORD(TAVSDKViewData, viewData, ViewData)
   TAV_TRACKABLE_RECORD(TAVSDKCustomerViewData, customerViewData, CustomerViewData)
   TAV_TRACKABLE_RECORD(TAVSDKVideoData, videoData, VideoData)
@@ -56,7 +60,9 @@ class TAVSDKTrackableEvent : public TAVSDKBaseEvent {
   TAV_TRACKABLE_RECORD(TAVSDKBandwidthMetricData, bandwidthMetricData, BandwidthMetricData)
 #undef TAV_TRACKABLE_RECORD
 
-  [[nodiscard]] const std::shared_ptr<TAVSDKCustomData>& customData() const { return _customData; }
+  [[nodiscard]] const std::shared_ptr<TAVSDKCustomData>& customData() const {
+    return _customData;
+  }
   /// Stores the record and merges its current content into the query at once.
   void setCustomData(std::shared_ptr<TAVSDKCustomData> customData);
 
