@@ -1,14 +1,27 @@
 #include "tav/core/TAVSDKCorePlayer.h"
 
-#include <exception>
+#include <cxxabi.h>
+#include <sys/utsname.h>
 
-#include "core/FailureReporting.h"
+#include <algorithm>
+#include <ctime>
+#include <exception>
+#include <typeinfo>
+
+#if __has_include(<execinfo.h>)
+#include <execinfo.h>
+#define TAV_HAVE_BACKTRACE_SYMBOLS 1
+#endif
+
 #include "platform/Random.h"
 #include "tav/core/TAVSDKCoreView.h"
 #include "tav/data/TAVSDKCustomerPlayerData.h"
 #include "tav/data/TAVSDKPlayerData.h"
 #include "tav/events/TAVSDKPlaybackEvents.h"
 #include "tav/events/TAVSDKTrackableEvent.h"
+#include "tav/platform/TAVSDKFailure.h"
+#include "tav/platform/TAVSDKLog.h"
+#include "tav/transport/TAVSDKDispatcher.h"
 #include "tav/transport/TAVSDKEventQueue.h"
 
 namespace tav {
@@ -109,12 +122,91 @@ void TAVSDKCorePlayer::handleDataEvent(const TAVSDKDataEvent& event) {
 
 void TAVSDKCorePlayer::disable(const std::string& eventType, const std::exception& failure) {
   _isDestroyed = true;
+  TAVSDKLog::error("TAVSDK-ERROR - player disabled after a failure while handling \"" + eventType +
+                   "\": " + failure.what());
   if (!_sentryEnabled) return;
   try {
-    reportPlayerFailure(eventType, failure, _playerData->playerTavPluginName(),
-                        _playerData->playerTavPluginVersion());
+    // Reports need both; an integration that does not name itself reports as "unknown".
+    TAVSDKDispatcher::handleExceptionPluginNamePluginVersion(
+        buildSentryDetailWithException(eventType, failure),
+        _playerData->playerTavPluginName().value_or("unknown"),
+        _playerData->playerTavPluginVersion().value_or("unknown"));
   } catch (const std::exception&) {  // reporting must never fail the caller
   }
+}
+
+namespace {
+
+std::string failureName(const std::exception& failure) {
+  const char* mangled = typeid(failure).name();
+  int status = 0;
+  char* demangled = abi::__cxa_demangle(mangled, nullptr, nullptr, &status);
+  std::string name = (status == 0 && demangled != nullptr) ? demangled : mangled;
+  std::free(demangled);  // NOLINT(cppcoreguidelines-no-malloc): allocated by the demangler
+  return name;
+}
+
+std::string reportTimestamp() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  char text[32] = {};
+  // Week-based year, as the report format has always used.
+  std::strftime(text, sizeof text, "%G-%m-%d %H:%M:%S", &local);
+  return text;
+}
+
+std::string machineName() {
+  struct utsname info {};
+  if (uname(&info) != 0) return "";
+  return info.machine;
+}
+
+}  // namespace
+
+nlohmann::json TAVSDKCorePlayer::convertStackTrace(const std::exception& failure) {
+  Json frames = Json::array();
+#if defined(TAV_HAVE_BACKTRACE_SYMBOLS)
+  if (const auto* own = dynamic_cast<const TAVSDKFailure*>(&failure)) {
+    const auto& stack = own->callStack();
+    if (!stack.empty()) {
+      char** lines = backtrace_symbols(stack.data(), static_cast<int>(stack.size()));
+      if (lines != nullptr) {
+        for (std::size_t i = 0; i < stack.size(); ++i) {
+          frames.push_back({{"function", lines[i]}});
+        }
+        std::free(lines);  // NOLINT(cppcoreguidelines-no-malloc): allocated by backtrace_symbols
+      }
+    }
+  }
+#else
+  (void)failure;
+#endif
+  return {{"frames", frames}};
+}
+
+nlohmann::json TAVSDKCorePlayer::buildSentryDetailWithException(
+    const std::string& /*eventType*/, const std::exception& failure) const {
+  std::string eventId = platform::randomUUID();
+  std::erase(eventId, '-');
+  const std::string plugin = _playerData->playerTavPluginName().value_or("unknown");
+  const std::string version = _playerData->playerTavPluginVersion().value_or("unknown");
+  Json tags = {
+      {"os_architecture", "iOS"}, {"device_manufacturer", "Apple"}, {"device_name", machineName()}};
+  if (_customerPlayerData) {
+    if (auto key = _customerPlayerData->environmentKey()) tags["environment_key"] = *key;
+  }
+  Json exception = {{"type", failureName(failure)},
+                    {"value", failure.what()},
+                    {"stacktrace", convertStackTrace(failure)}};
+  return {{"event_id", eventId},
+          {"logger", plugin},
+          {"platform", "objective c"},
+          {"level", "error"},
+          {"timestamp", reportTimestamp()},
+          {"sdk", {{"name", plugin}, {"version", version}}},
+          {"exception", {{"values", Json::array({exception})}}},
+          {"tags", tags}};
 }
 
 void TAVSDKCorePlayer::cleanUp() {

@@ -33,6 +33,9 @@ struct TransportOverrides {
   /// dispatcher) instead of the transport worker.
   std::shared_ptr<TAVSDKHttpClient> httpClient;
   std::shared_ptr<TAVSDKTimerScheduler> timerScheduler;
+  /// Scheme, host and port of the error-tracking service ("http://127.0.0.1:PORT")
+  /// instead of "https://" and the build's host.
+  std::string errorReportBaseUrl;
 };
 
 /// Replaces all overrides at once; a default-constructed value clears them.

@@ -12,6 +12,8 @@
 #include <mutex>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include "tav/core/TAVSDKEventBus.h"
 
 namespace tav {
@@ -46,6 +48,14 @@ class TAVSDKCorePlayer : public TAVSDKEventBus,
 
   [[nodiscard]] const std::shared_ptr<TAVSDKEventQueue>& eventQueue() const { return _eventQueue; }
   void setEventQueue(std::shared_ptr<TAVSDKEventQueue> queue) { _eventQueue = std::move(queue); }
+
+  /// The error report for a failure raised while handling an event of type
+  /// `eventType` (accepted, not used in the report).
+  [[nodiscard]] nlohmann::json buildSentryDetailWithException(const std::string& eventType,
+                                                              const std::exception& failure) const;
+  /// {"frames": [{"function": line}, ...]}, innermost first; empty for a failure
+  /// that carries no call stack.
+  [[nodiscard]] static nlohmann::json convertStackTrace(const std::exception& failure);
 
   /// 6 characters drawn uniformly from TAVSDKCorePlayerBase36.
   [[nodiscard]] static std::string shortUUID();

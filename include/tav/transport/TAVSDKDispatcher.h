@@ -140,6 +140,13 @@ class TAVSDKDispatcher : public std::enable_shared_from_this<TAVSDKDispatcher> {
   [[nodiscard]] bool roundTripLastSucceeded() const { return _roundTripLastSucceeded.load(); }
   void setRoundTripLastSucceeded(bool value) { _roundTripLastSucceeded.store(value); }
 
+  /// Sends one error report (see TAVSDKCorePlayer::buildSentryDetailWithException)
+  /// to the error-tracking host as compact JSON. No retry; the outcome is ignored.
+  /// Never blocks: the request runs on the transport worker.
+  static void handleExceptionPluginNamePluginVersion(const Json& report,
+                                                     const std::string& pluginName,
+                                                     const std::string& pluginVersion);
+
   [[nodiscard]] const std::shared_ptr<TAVSDKHttpClient>& httpClient() const { return _httpClient; }
   [[nodiscard]] const std::shared_ptr<TAVSDKTimerScheduler>& timerScheduler() const {
     return _timerScheduler;
