@@ -26,6 +26,19 @@ class TAVSDKCustomerPlayerData;
 class TAVSDKCustomerViewData;
 class TAVSDKCustomData;
 
+/// Declares a shared record reference `_name` with a plain getter and setter.
+#define TAV_EVENT_RECORD(Type, name, Name)                  \
+ public:                                                    \
+  [[nodiscard]] const std::shared_ptr<Type>& name() const { \
+    return _##name;                                         \
+  }                                                         \
+  void set##Name(std::shared_ptr<Type> v) {                 \
+    _##name = std::move(v);                                 \
+  }                                                         \
+                                                            \
+ private:                                                   \
+  std::shared_ptr<Type> _##name;
+
 /// The root event: type "BASE", false to every question, no required keys.
 class TAVSDKBaseEvent : public TAVSDKEventTyping {
  public:
@@ -50,24 +63,10 @@ class TAVSDKPlaybackEvent : public TAVSDKBaseEvent {
   [[nodiscard]] const std::string& getType() const override;
   [[nodiscard]] bool isPlayback() const override { return true; }
 
-  [[nodiscard]] const std::shared_ptr<TAVSDKPlayerData>& playerData() const { return _playerData; }
-  void setPlayerData(std::shared_ptr<TAVSDKPlayerData> v) { _playerData = std::move(v); }
-  [[nodiscard]] const std::shared_ptr<TAVSDKVideoData>& videoData() const { return _videoData; }
-  void setVideoData(std::shared_ptr<TAVSDKVideoData> v) { _videoData = std::move(v); }
-  [[nodiscard]] const std::shared_ptr<TAVSDKViewData>& viewData() const { return _viewData; }
-  void setViewData(std::shared_ptr<TAVSDKViewData> v) { _viewData = std::move(v); }
-  [[nodiscard]] const std::shared_ptr<TAVSDKBandwidthMetricData>& bandwidthMetricData() const {
-    return _bandwidthMetricData;
-  }
-  void setBandwidthMetricData(std::shared_ptr<TAVSDKBandwidthMetricData> v) {
-    _bandwidthMetricData = std::move(v);
-  }
-
- private:
-  std::shared_ptr<TAVSDKPlayerData> _playerData;
-  std::shared_ptr<TAVSDKVideoData> _videoData;
-  std::shared_ptr<TAVSDKViewData> _viewData;
-  std::shared_ptr<TAVSDKBandwidthMetricData> _bandwidthMetricData;
+  TAV_EVENT_RECORD(TAVSDKPlayerData, playerData, PlayerData)
+  TAV_EVENT_RECORD(TAVSDKVideoData, videoData, VideoData)
+  TAV_EVENT_RECORD(TAVSDKViewData, viewData, ViewData)
+  TAV_EVENT_RECORD(TAVSDKBandwidthMetricData, bandwidthMetricData, BandwidthMetricData)
 };
 
 /// A metadata update. `videoChange` true starts a new video inside the same view.
@@ -75,48 +74,18 @@ class TAVSDKDataEvent : public TAVSDKBaseEvent {
  public:
   [[nodiscard]] const std::string& getType() const override;
   [[nodiscard]] bool isData() const override { return true; }
-
-  [[nodiscard]] const std::shared_ptr<TAVSDKViewerData>& viewerData() const { return _viewerData; }
-  void setViewerData(std::shared_ptr<TAVSDKViewerData> v) { _viewerData = std::move(v); }
-  [[nodiscard]] const std::shared_ptr<TAVSDKEnvironmentData>& environmentData() const {
-    return _environmentData;
-  }
-  void setEnvironmentData(std::shared_ptr<TAVSDKEnvironmentData> v) {
-    _environmentData = std::move(v);
-  }
-  [[nodiscard]] const std::shared_ptr<TAVSDKVideoData>& videoData() const { return _videoData; }
-  void setVideoData(std::shared_ptr<TAVSDKVideoData> v) { _videoData = std::move(v); }
-  [[nodiscard]] const std::shared_ptr<TAVSDKCustomerVideoData>& customerVideoData() const {
-    return _customerVideoData;
-  }
-  void setCustomerVideoData(std::shared_ptr<TAVSDKCustomerVideoData> v) {
-    _customerVideoData = std::move(v);
-  }
-  [[nodiscard]] const std::shared_ptr<TAVSDKCustomerPlayerData>& customerPlayerData() const {
-    return _customerPlayerData;
-  }
-  void setCustomerPlayerData(std::shared_ptr<TAVSDKCustomerPlayerData> v) {
-    _customerPlayerData = std::move(v);
-  }
-  [[nodiscard]] const std::shared_ptr<TAVSDKCustomerViewData>& customerViewData() const {
-    return _customerViewData;
-  }
-  void setCustomerViewData(std::shared_ptr<TAVSDKCustomerViewData> v) {
-    _customerViewData = std::move(v);
-  }
-  [[nodiscard]] const std::shared_ptr<TAVSDKCustomData>& customData() const { return _customData; }
-  void setCustomData(std::shared_ptr<TAVSDKCustomData> v) { _customData = std::move(v); }
   [[nodiscard]] bool videoChange() const { return _videoChange; }
   void setVideoChange(bool v) { _videoChange = v; }
 
+  TAV_EVENT_RECORD(TAVSDKViewerData, viewerData, ViewerData)
+  TAV_EVENT_RECORD(TAVSDKEnvironmentData, environmentData, EnvironmentData)
+  TAV_EVENT_RECORD(TAVSDKVideoData, videoData, VideoData)
+  TAV_EVENT_RECORD(TAVSDKCustomerVideoData, customerVideoData, CustomerVideoData)
+  TAV_EVENT_RECORD(TAVSDKCustomerPlayerData, customerPlayerData, CustomerPlayerData)
+  TAV_EVENT_RECORD(TAVSDKCustomerViewData, customerViewData, CustomerViewData)
+  TAV_EVENT_RECORD(TAVSDKCustomData, customData, CustomData)
+
  private:
-  std::shared_ptr<TAVSDKViewerData> _viewerData;
-  std::shared_ptr<TAVSDKEnvironmentData> _environmentData;
-  std::shared_ptr<TAVSDKVideoData> _videoData;
-  std::shared_ptr<TAVSDKCustomerVideoData> _customerVideoData;
-  std::shared_ptr<TAVSDKCustomerPlayerData> _customerPlayerData;
-  std::shared_ptr<TAVSDKCustomerViewData> _customerViewData;
-  std::shared_ptr<TAVSDKCustomData> _customData;
   bool _videoChange = false;
 };
 
@@ -133,38 +102,12 @@ class TAVSDKSessionDataEvent : public TAVSDKBaseEvent {
   /// Always answers nothing (null): the data lives only in the records.
   [[nodiscard]] nlohmann::json sessionData() const { return nullptr; }
 
-  [[nodiscard]] const std::shared_ptr<TAVSDKViewData>& viewData() const { return _viewData; }
-  void setViewData(std::shared_ptr<TAVSDKViewData> v) { _viewData = std::move(v); }
-  [[nodiscard]] const std::shared_ptr<TAVSDKVideoData>& videoData() const { return _videoData; }
-  void setVideoData(std::shared_ptr<TAVSDKVideoData> v) { _videoData = std::move(v); }
-  [[nodiscard]] const std::shared_ptr<TAVSDKCustomerVideoData>& customerVideoData() const {
-    return _customerVideoData;
-  }
-  void setCustomerVideoData(std::shared_ptr<TAVSDKCustomerVideoData> v) {
-    _customerVideoData = std::move(v);
-  }
-  [[nodiscard]] const std::shared_ptr<TAVSDKCustomerPlayerData>& customerPlayerData() const {
-    return _customerPlayerData;
-  }
-  void setCustomerPlayerData(std::shared_ptr<TAVSDKCustomerPlayerData> v) {
-    _customerPlayerData = std::move(v);
-  }
-  [[nodiscard]] const std::shared_ptr<TAVSDKCustomerViewData>& customerViewData() const {
-    return _customerViewData;
-  }
-  void setCustomerViewData(std::shared_ptr<TAVSDKCustomerViewData> v) {
-    _customerViewData = std::move(v);
-  }
-  [[nodiscard]] const std::shared_ptr<TAVSDKCustomData>& customData() const { return _customData; }
-  void setCustomData(std::shared_ptr<TAVSDKCustomData> v) { _customData = std::move(v); }
-
- private:
-  std::shared_ptr<TAVSDKViewData> _viewData;
-  std::shared_ptr<TAVSDKVideoData> _videoData;
-  std::shared_ptr<TAVSDKCustomerVideoData> _customerVideoData;
-  std::shared_ptr<TAVSDKCustomerPlayerData> _customerPlayerData;
-  std::shared_ptr<TAVSDKCustomerViewData> _customerViewData;
-  std::shared_ptr<TAVSDKCustomData> _customData;
+  TAV_EVENT_RECORD(TAVSDKViewData, viewData, ViewData)
+  TAV_EVENT_RECORD(TAVSDKVideoData, videoData, VideoData)
+  TAV_EVENT_RECORD(TAVSDKCustomerVideoData, customerVideoData, CustomerVideoData)
+  TAV_EVENT_RECORD(TAVSDKCustomerPlayerData, customerPlayerData, CustomerPlayerData)
+  TAV_EVENT_RECORD(TAVSDKCustomerViewData, customerViewData, CustomerViewData)
+  TAV_EVENT_RECORD(TAVSDKCustomData, customData, CustomData)
 };
 
 /// A tracker's metric update for the view record; merged by the view, goes no further.

@@ -42,42 +42,24 @@ class TAVSDKTrackableEvent : public TAVSDKBaseEvent {
   /// A copy of the query with a null value for every required key that is missing.
   [[nodiscard]] Json getQuery() const;
 
-#define TAV_TRACKABLE_RECORD(Type, name, Name)              \
-  [[nodiscard]] const std::shared_ptr<Type>& name() const { \
-    return _##name;                                         \
-  }                                                         \
-  void set##Name(std::shared_ptr<Type> v) {                 \
-    _##name = std::move(v);                                 \
-  }
-  TAV_TRACKABLE_RECORD(TAVSDKViewData, viewData, ViewData)
-  TAV_TRACKABLE_RECORD(TAVSDKCustomerViewData, customerViewData, CustomerViewData)
-  TAV_TRACKABLE_RECORD(TAVSDKVideoData, videoData, VideoData)
-  TAV_TRACKABLE_RECORD(TAVSDKCustomerVideoData, customerVideoData, CustomerVideoData)
-  TAV_TRACKABLE_RECORD(TAVSDKPlayerData, playerData, PlayerData)
-  TAV_TRACKABLE_RECORD(TAVSDKCustomerPlayerData, customerPlayerData, CustomerPlayerData)
-  TAV_TRACKABLE_RECORD(TAVSDKEnvironmentData, environmentData, EnvironmentData)
-  TAV_TRACKABLE_RECORD(TAVSDKViewerData, viewerData, ViewerData)
-  TAV_TRACKABLE_RECORD(TAVSDKBandwidthMetricData, bandwidthMetricData, BandwidthMetricData)
-#undef TAV_TRACKABLE_RECORD
+  TAV_EVENT_RECORD(TAVSDKViewData, viewData, ViewData)
+  TAV_EVENT_RECORD(TAVSDKCustomerViewData, customerViewData, CustomerViewData)
+  TAV_EVENT_RECORD(TAVSDKVideoData, videoData, VideoData)
+  TAV_EVENT_RECORD(TAVSDKCustomerVideoData, customerVideoData, CustomerVideoData)
+  TAV_EVENT_RECORD(TAVSDKPlayerData, playerData, PlayerData)
+  TAV_EVENT_RECORD(TAVSDKCustomerPlayerData, customerPlayerData, CustomerPlayerData)
+  TAV_EVENT_RECORD(TAVSDKEnvironmentData, environmentData, EnvironmentData)
+  TAV_EVENT_RECORD(TAVSDKViewerData, viewerData, ViewerData)
+  TAV_EVENT_RECORD(TAVSDKBandwidthMetricData, bandwidthMetricData, BandwidthMetricData)
 
-  [[nodiscard]] const std::shared_ptr<TAVSDKCustomData>& customData() const {
-    return _customData;
-  }
+ public:
+  [[nodiscard]] const std::shared_ptr<TAVSDKCustomData>& customData() const { return _customData; }
   /// Stores the record and merges its current content into the query at once.
   void setCustomData(std::shared_ptr<TAVSDKCustomData> customData);
 
  private:
   std::shared_ptr<TAVSDKQueryData> _query;
   std::string _eventType;
-  std::shared_ptr<TAVSDKViewData> _viewData;
-  std::shared_ptr<TAVSDKCustomerViewData> _customerViewData;
-  std::shared_ptr<TAVSDKVideoData> _videoData;
-  std::shared_ptr<TAVSDKCustomerVideoData> _customerVideoData;
-  std::shared_ptr<TAVSDKPlayerData> _playerData;
-  std::shared_ptr<TAVSDKCustomerPlayerData> _customerPlayerData;
-  std::shared_ptr<TAVSDKEnvironmentData> _environmentData;
-  std::shared_ptr<TAVSDKViewerData> _viewerData;
-  std::shared_ptr<TAVSDKBandwidthMetricData> _bandwidthMetricData;
   std::shared_ptr<TAVSDKCustomData> _customData;
   TAVSDKKeySet _requiredProperties;
 };
