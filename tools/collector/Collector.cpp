@@ -213,15 +213,21 @@ std::size_t Collector::State::take(const Json& beacon, std::int64_t batchNumber,
   return beaconViolations - before;
 }
 
+Collector::Collector() : Collector(nullptr) {}
+
 Collector::Collector(std::unique_ptr<BeaconStore> store)
     : _state(std::make_unique<State>()), _store(std::move(store)) {}
 
 Collector::~Collector() = default;
 
 IngestResult Collector::ingestBatch(std::string_view body, const BatchInfo& info) {
-  IngestResult result;
   // Parse outside the lock: it is the expensive part.
-  Json document = Json::parse(body.begin(), body.end(), nullptr, false);
+  return ingestDocument(Json::parse(body.begin(), body.end(), nullptr, false), info, body.size());
+}
+
+IngestResult Collector::ingestDocument(const Json& document, const BatchInfo& info,
+                                       std::size_t bytes) {
+  IngestResult result;
   if (document.is_discarded()) {
     result.error = "body is not JSON";
   } else if (!document.is_object()) {
@@ -236,7 +242,7 @@ IngestResult Collector::ingestBatch(std::string_view body, const BatchInfo& info
   }
   if (!result.error.empty()) {
     result.status = 400;
-    recordRejected(info, body.size(), result.error);
+    recordRejected(info, bytes, result.error);
     return result;
   }
 
@@ -244,10 +250,9 @@ IngestResult Collector::ingestBatch(std::string_view body, const BatchInfo& info
   {
     const std::lock_guard lock(_mutex);
     const std::int64_t batchNumber = ++_state->batches;
-    _state->bytes += static_cast<std::int64_t>(body.size());
+    _state->bytes += static_cast<std::int64_t>(bytes);
     const double share =
-        events.empty() ? 0.0
-                       : static_cast<double>(body.size()) / static_cast<double>(events.size());
+        events.empty() ? 0.0 : static_cast<double>(bytes) / static_cast<double>(events.size());
     std::map<std::string, std::int64_t, std::less<>> lastInBatch;
     for (const auto& beacon : events) {
       result.violations += _state->take(beacon, batchNumber, share, lastInBatch);
@@ -256,7 +261,7 @@ IngestResult Collector::ingestBatch(std::string_view body, const BatchInfo& info
       result.events.push_back(textOf(beacon, "e"));
     }
   }
-  if (_store) _store->storeBatch(info, body.size(), document);
+  if (_store) _store->storeBatch(info, bytes, document);
   return result;
 }
 

@@ -50,8 +50,10 @@ struct Violation {
 
 class Collector {
  public:
-  /// `store` may be null: nothing is persisted, everything else works the same.
-  explicit Collector(std::unique_ptr<BeaconStore> store = nullptr);
+  /// A collector that persists nothing.
+  Collector();
+  /// A collector that also keeps every batch in `store` (may be null).
+  explicit Collector(std::unique_ptr<BeaconStore> store);
   ~Collector();
   Collector(const Collector&) = delete;
   Collector& operator=(const Collector&) = delete;
@@ -61,6 +63,9 @@ class Collector {
   /// "metadata" object) is rejected whole with status 400; beacons of an accepted
   /// batch are validated one by one.
   IngestResult ingestBatch(std::string_view body, const BatchInfo& info);
+  /// The same for a parsed document whose body was `bytes` long (a stored batch,
+  /// say). A discarded (unparsable) document is rejected like a malformed body.
+  IngestResult ingestDocument(const Json& document, const BatchInfo& info, std::size_t bytes);
 
   /// Counts (and stores) a request refused before it reached `ingestBatch`, such
   /// as a body over the size limit.

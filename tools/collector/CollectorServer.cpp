@@ -35,6 +35,12 @@ bool CollectorServer::start() {
   server.set_payload_max_length(_options.maxBodyBytes);
   server.set_read_timeout(10, 0);
   server.set_keep_alive_timeout(30);
+  // Address reuse only: the library's default also shares the port, which would
+  // let a second collector on the same port silently take half of the batches.
+  server.set_socket_options([](socket_t socket) {
+    const int yes = 1;
+    setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
 
   server.Post("/", [this](const httplib::Request& request, httplib::Response& response) {
     const BatchInfo info{request.remote_addr, wallClockMs()};

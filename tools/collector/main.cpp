@@ -120,8 +120,8 @@ int reportFromStore(const Options& options) {
   Collector collector;
   try {
     BeaconStore store(options.reportFrom);
-    store.forEachBatch([&](const BatchInfo& info, std::size_t, const Json& document) {
-      collector.ingestBatch(document.dump(), info);
+    store.forEachBatch([&](const BatchInfo& info, std::size_t bytes, const Json& document) {
+      collector.ingestDocument(document, info, bytes);
     });
   } catch (const std::exception& e) {
     std::fprintf(stderr, "tav-collector: %s\n", e.what());
