@@ -6,6 +6,7 @@
 #include "tav/core/TAVSDKCorePlayer.h"
 #include "tav/core/TAVSDKCoreView.h"
 #include "tav/core/TAVSDKEventBus.h"
+#include "tav/core/TAVSDKEventLog.h"
 #include "tav/core/TAVSDKSession.h"
 #include "tav/data/Rendition.h"
 #include "tav/data/TAVSDKBandwidthMetricData.h"

@@ -6,9 +6,11 @@
 #include <string>
 
 #include "tav/core/TAVSDKCorePlayer.h"
+#include "tav/core/TAVSDKEventLog.h"
 #include "tav/core/TAVSDKSession.h"
 #include "tav/data/TAVSDKEnvironmentData.h"
 #include "tav/data/TAVSDKViewerData.h"
+#include "tav/platform/TAVSDKTiming.h"
 
 namespace tav::detail {
 
@@ -19,6 +21,8 @@ struct CoreState {
   std::map<std::string, std::shared_ptr<TAVSDKCorePlayer>, std::less<>> players;
   std::unique_ptr<TAVSDKSession> session;
   bool disableSentry = false;
+  std::shared_ptr<TAVSDKCallRecorder> recorder;
+  std::shared_ptr<TAVSDKTiming> recorderClock;
 };
 
 /// The one state object; never destroyed, so no player or queue is torn down

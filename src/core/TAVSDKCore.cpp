@@ -43,6 +43,25 @@ void guarded(const char* operation, Fn&& fn) {
   }
 }
 
+/// Hands one facade call to the recorder, when one is installed.
+template <class Fields>
+void record(const char* call, Fields&& fields) {
+  auto& s = coreState();
+  if (!s.recorder) return;
+  try {
+    nlohmann::json entry = fields();
+    entry["t"] = s.recorderClock->now();
+    entry["call"] = call;
+    s.recorder->record(entry);
+  } catch (const std::exception& e) {
+    TAVSDKLog::error(std::string("TAVSDK-ERROR - recording ") + call + " failed: " + e.what());
+  }
+}
+
+nlohmann::json eventForm(const TAVSDKEventPtr& event) {
+  return event ? TAVSDKEventLog::encodeEvent(*event) : nlohmann::json();
+}
+
 std::shared_ptr<TAVSDKCorePlayer> createPlayerUnguarded(const std::string& name) {
   TAVSDKCore::setupEnvironmentAndViewerData();
   auto& s = coreState();
@@ -77,6 +96,7 @@ void TAVSDKCore::setupEnvironmentAndViewerData() {
 }
 
 std::shared_ptr<TAVSDKCorePlayer> TAVSDKCore::createPlayer(const std::string& name) {
+  record("createPlayer", [&] { return nlohmann::json{{"player", name}}; });
   std::shared_ptr<TAVSDKCorePlayer> player;
   guarded("createPlayer", [&] { player = createPlayerUnguarded(name); });
   return player;
@@ -87,6 +107,7 @@ void TAVSDKCore::setClientHandler(std::shared_ptr<TAVSDKEventHandling> handler) 
 }
 
 void TAVSDKCore::destroyPlayer(const std::string& name) {
+  record("destroyPlayer", [&] { return nlohmann::json{{"player", name}}; });
   guarded("destroyPlayer", [&] {
     auto& s = coreState();
     const auto it = s.players.find(name);
@@ -98,6 +119,9 @@ void TAVSDKCore::destroyPlayer(const std::string& name) {
 }
 
 void TAVSDKCore::dispatchEventForPlayer(const TAVSDKEventPtr& event, const std::string& name) {
+  record("dispatchEventForPlayer", [&] {
+    return nlohmann::json{{"player", name}, {"event", eventForm(event)}};
+  });
   guarded("dispatchEvent", [&] {
     const auto player = findOrCreate(name);
     auto& s = coreState();
@@ -107,6 +131,7 @@ void TAVSDKCore::dispatchEventForPlayer(const TAVSDKEventPtr& event, const std::
 }
 
 void TAVSDKCore::dispatchGlobalDataEvent(const std::shared_ptr<TAVSDKDataEvent>& event) {
+  record("dispatchGlobalDataEvent", [&] { return nlohmann::json{{"event", eventForm(event)}}; });
   guarded("dispatchGlobalDataEvent", [&] {
     setupEnvironmentAndViewerData();
     if (!event) return;
@@ -117,6 +142,7 @@ void TAVSDKCore::dispatchGlobalDataEvent(const std::shared_ptr<TAVSDKDataEvent>&
 }
 
 void TAVSDKCore::setSentryEnabled(bool enabled) {
+  record("setSentryEnabled", [&] { return nlohmann::json{{"enabled", enabled}}; });
   auto& s = coreState();
   s.disableSentry = !enabled;
   for (auto& [name, player] : s.players) {
@@ -127,12 +153,24 @@ void TAVSDKCore::setSentryEnabled(bool enabled) {
 
 void TAVSDKCore::setBeaconCollectionDomainForPlayer(const std::string& domain,
                                                     const std::string& name) {
+  record("setBeaconCollectionDomainForPlayer", [&] {
+    return nlohmann::json{{"domain", domain}, {"player", name}};
+  });
   guarded("setBeaconCollectionDomain",
           [&] { findOrCreate(name)->setBeaconCollectionDomain(domain); });
 }
 
 void TAVSDKCore::setBeaconDomainForPlayer(const std::string& domain, const std::string& name) {
+  record("setBeaconDomainForPlayer", [&] {
+    return nlohmann::json{{"domain", domain}, {"player", name}};
+  });
   guarded("setBeaconDomain", [&] { findOrCreate(name)->setBeaconDomain(domain); });
+}
+
+void TAVSDKCore::setCallRecorder(std::shared_ptr<TAVSDKCallRecorder> recorder) {
+  auto& s = coreState();
+  s.recorderClock = recorder ? TAVSDKClock::make() : nullptr;
+  s.recorder = std::move(recorder);
 }
 
 bool TAVSDKCore::shutdown(std::chrono::milliseconds deadline) {

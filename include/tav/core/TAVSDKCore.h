@@ -16,6 +16,7 @@
 
 namespace tav {
 
+class TAVSDKCallRecorder;
 class TAVSDKCorePlayer;
 class TAVSDKEnvironmentData;
 class TAVSDKViewerData;
@@ -55,6 +56,11 @@ class TAVSDKCore {
   /// Returns true when everything was delivered (or failed for good) in time.
   /// The facade stays usable afterwards (a later request starts a new worker).
   static bool shutdown(std::chrono::milliseconds deadline);
+
+  /// Installs a recorder that sees every later facade call before it is handled
+  /// (see TAVSDKEventLog.h); nullptr removes it. Its timestamps come from a clock
+  /// made now by TAVSDKClock.
+  static void setCallRecorder(std::shared_ptr<TAVSDKCallRecorder> recorder);
 
   /// The shared records (set up on first use).
   static std::shared_ptr<TAVSDKEnvironmentData> environmentData();

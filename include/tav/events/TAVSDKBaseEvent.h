@@ -39,6 +39,29 @@ class TAVSDKCustomData;
  private:                                                   \
   std::shared_ptr<Type> _##name;
 
+// X(Type, name, Name) for the shared records each kind of event carries, in
+// declaration order; the classes below and the event log codec expand them.
+#define TAV_PLAYBACK_EVENT_RECORDS(X)         \
+  X(TAVSDKPlayerData, playerData, PlayerData) \
+  X(TAVSDKVideoData, videoData, VideoData)    \
+  X(TAVSDKViewData, viewData, ViewData)       \
+  X(TAVSDKBandwidthMetricData, bandwidthMetricData, BandwidthMetricData)
+#define TAV_DATA_EVENT_RECORDS(X)                                     \
+  X(TAVSDKViewerData, viewerData, ViewerData)                         \
+  X(TAVSDKEnvironmentData, environmentData, EnvironmentData)          \
+  X(TAVSDKVideoData, videoData, VideoData)                            \
+  X(TAVSDKCustomerVideoData, customerVideoData, CustomerVideoData)    \
+  X(TAVSDKCustomerPlayerData, customerPlayerData, CustomerPlayerData) \
+  X(TAVSDKCustomerViewData, customerViewData, CustomerViewData)       \
+  X(TAVSDKCustomData, customData, CustomData)
+#define TAV_SESSION_DATA_EVENT_RECORDS(X)                             \
+  X(TAVSDKViewData, viewData, ViewData)                               \
+  X(TAVSDKVideoData, videoData, VideoData)                            \
+  X(TAVSDKCustomerVideoData, customerVideoData, CustomerVideoData)    \
+  X(TAVSDKCustomerPlayerData, customerPlayerData, CustomerPlayerData) \
+  X(TAVSDKCustomerViewData, customerViewData, CustomerViewData)       \
+  X(TAVSDKCustomData, customData, CustomData)
+
 /// The root event: type "BASE", false to every question, no required keys.
 class TAVSDKBaseEvent : public TAVSDKEventTyping {
  public:
@@ -63,10 +86,7 @@ class TAVSDKPlaybackEvent : public TAVSDKBaseEvent {
   [[nodiscard]] const std::string& getType() const override;
   [[nodiscard]] bool isPlayback() const override { return true; }
 
-  TAV_EVENT_RECORD(TAVSDKPlayerData, playerData, PlayerData)
-  TAV_EVENT_RECORD(TAVSDKVideoData, videoData, VideoData)
-  TAV_EVENT_RECORD(TAVSDKViewData, viewData, ViewData)
-  TAV_EVENT_RECORD(TAVSDKBandwidthMetricData, bandwidthMetricData, BandwidthMetricData)
+  TAV_PLAYBACK_EVENT_RECORDS(TAV_EVENT_RECORD)
 };
 
 /// A metadata update. `videoChange` true starts a new video inside the same view.
@@ -77,13 +97,7 @@ class TAVSDKDataEvent : public TAVSDKBaseEvent {
   [[nodiscard]] bool videoChange() const { return _videoChange; }
   void setVideoChange(bool v) { _videoChange = v; }
 
-  TAV_EVENT_RECORD(TAVSDKViewerData, viewerData, ViewerData)
-  TAV_EVENT_RECORD(TAVSDKEnvironmentData, environmentData, EnvironmentData)
-  TAV_EVENT_RECORD(TAVSDKVideoData, videoData, VideoData)
-  TAV_EVENT_RECORD(TAVSDKCustomerVideoData, customerVideoData, CustomerVideoData)
-  TAV_EVENT_RECORD(TAVSDKCustomerPlayerData, customerPlayerData, CustomerPlayerData)
-  TAV_EVENT_RECORD(TAVSDKCustomerViewData, customerViewData, CustomerViewData)
-  TAV_EVENT_RECORD(TAVSDKCustomData, customData, CustomData)
+  TAV_DATA_EVENT_RECORDS(TAV_EVENT_RECORD)
 
  private:
   bool _videoChange = false;
@@ -102,12 +116,7 @@ class TAVSDKSessionDataEvent : public TAVSDKBaseEvent {
   /// Always answers nothing (null): the data lives only in the records.
   [[nodiscard]] nlohmann::json sessionData() const { return nullptr; }
 
-  TAV_EVENT_RECORD(TAVSDKViewData, viewData, ViewData)
-  TAV_EVENT_RECORD(TAVSDKVideoData, videoData, VideoData)
-  TAV_EVENT_RECORD(TAVSDKCustomerVideoData, customerVideoData, CustomerVideoData)
-  TAV_EVENT_RECORD(TAVSDKCustomerPlayerData, customerPlayerData, CustomerPlayerData)
-  TAV_EVENT_RECORD(TAVSDKCustomerViewData, customerViewData, CustomerViewData)
-  TAV_EVENT_RECORD(TAVSDKCustomData, customData, CustomData)
+  TAV_SESSION_DATA_EVENT_RECORDS(TAV_EVENT_RECORD)
 };
 
 /// A tracker's metric update for the view record; merged by the view, goes no further.
