@@ -6,6 +6,9 @@
 #include <cstdio>
 
 namespace tav::collector {
+namespace {
+constexpr std::size_t kServerThreads = 64;
+}  // namespace
 
 std::int64_t wallClockMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -33,8 +36,12 @@ void CollectorServer::log(const std::string& line) const {
 bool CollectorServer::start() {
   auto& server = *_server;
   server.set_payload_max_length(_options.maxBodyBytes);
+  // Each open connection holds a server thread until it closes: enough threads
+  // for many clients at once, and idle kept-alive connections closed soon.
+  server.new_task_queue = [] { return new httplib::ThreadPool(kServerThreads); };
   server.set_read_timeout(10, 0);
-  server.set_keep_alive_timeout(30);
+  server.set_keep_alive_timeout(2);
+  server.set_keep_alive_max_count(1000);
   // Address reuse only: the library's default also shares the port, which would
   // let a second collector on the same port silently take half of the batches.
   server.set_socket_options([](socket_t socket) {
