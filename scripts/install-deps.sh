@@ -13,6 +13,7 @@ packages=(
   libcpp-httplib-dev libssl-dev zlib1g-dev libbrotli-dev  # local HTTP(S) server
   libsqlite3-dev              # collector storage
   openssl                     # test certificates
+  curl                        # the main job waits for the collector with it
 )
 
 missing=()

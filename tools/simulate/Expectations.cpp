@@ -36,7 +36,7 @@ std::pair<bool, std::string> match(const Json& matcher, const Json* actual) {
       const double tolerance = matcher.value("tolerance", 0.05);
       const bool ok = numeric && std::fabs(value - want) <= tolerance * std::fabs(want);
       char buffer[64];
-      std::snprintf(buffer, sizeof buffer, "%s ±%g%%", text(matcher["approx"]).c_str(),
+      std::snprintf(buffer, sizeof buffer, "%s +-%g%%", text(matcher["approx"]).c_str(),
                     tolerance * 100.0);
       return {ok, buffer};
     }
