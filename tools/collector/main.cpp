@@ -4,7 +4,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fstream>
@@ -40,9 +39,10 @@ struct Options {
   std::string reportJson;
   std::string reportFrom;
   bool quiet = false;
+  bool help = false;
 };
 
-bool parse(int argc, char** argv, Options& options) {
+void parse(int argc, char** argv, Options& options) {
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     const auto value = [&]() -> const char* {
@@ -66,13 +66,11 @@ bool parse(int argc, char** argv, Options& options) {
     } else if (arg == "--quiet") {
       options.quiet = true;
     } else if (arg == "--help" || arg == "-h") {
-      std::fputs(kUsage, stdout);
-      std::exit(0);
+      options.help = true;
     } else {
       throw std::invalid_argument("unknown option " + arg);
     }
   }
-  return true;
 }
 
 std::string clockText(std::int64_t ms) {
@@ -140,6 +138,10 @@ int main(int argc, char** argv) {
   } catch (const std::exception& e) {
     std::fprintf(stderr, "tav-collector: %s\n%s", e.what(), kUsage);
     return 2;
+  }
+  if (options.help) {
+    std::fputs(kUsage, stdout);
+    return 0;
   }
   if (!options.reportFrom.empty()) return reportFromStore(options);
 
