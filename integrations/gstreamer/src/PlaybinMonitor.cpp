@@ -242,7 +242,7 @@ void onSyncMessage(GstBus* /*bus*/, GstMessage* message, gpointer data) {
       gst_message_parse_error(message, &error, &debug);
       if (error != nullptr) {
         inbox.push(ErrorSeen{errorCode(g_quark_to_string(error->domain), error->code),
-                             text(error->message)});
+                             errorMessage(text(error->message))});
         g_error_free(error);
       }
       g_free(debug);

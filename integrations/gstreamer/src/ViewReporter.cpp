@@ -44,6 +44,15 @@ std::string errorCode(const std::string& domain, int code) {
   return name + ":" + std::to_string(code);
 }
 
+std::string errorMessage(const std::string& message) {
+  std::string line = message.substr(0, message.find('\n'));
+  for (const char* location : {": ../", ": /"}) {
+    const auto at = line.find(location);
+    if (at != std::string::npos && at > 0) return line.substr(0, at);
+  }
+  return line;
+}
+
 ViewReporter::ViewReporter(PlayerFacts facts,
                            std::shared_ptr<TAVSDKCustomerPlayerData> customerPlayer,
                            std::shared_ptr<TAVSDKCustomerVideoData> customerVideo, Sink sink)

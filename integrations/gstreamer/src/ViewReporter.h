@@ -136,4 +136,8 @@ class ViewReporter {
 /// "gst-resource-error-quark", 3 -> "resource:3" (other domains keep their name).
 [[nodiscard]] std::string errorCode(const std::string& domain, int code);
 
+/// A GStreamer error message without what some elements append to it: only the
+/// first line, cut before a source location ("Not Found: ../ext/soup/x.c(10): ...").
+[[nodiscard]] std::string errorMessage(const std::string& message);
+
 }  // namespace tav::gstreamer
