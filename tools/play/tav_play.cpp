@@ -38,7 +38,7 @@ int usage() {
       "usage: tav-play [--env KEY] [--local-port N] [--player NAME] [--video-id ID]\n"
       "                [--title TITLE] [--window|--headless] [--pause-at MS --pause-for MS]\n"
       "                [--seek-at MS --seek-to MS] [--limit S] URI\n");
-  return 2;
+  return out == stderr ? 2 : 0;
 }
 
 std::optional<long long> number(const char* text) {
@@ -68,7 +68,9 @@ int main(int argc, char** argv) {
     const auto numberArg = [&]() -> std::optional<long long> {
       return hasValue ? number(argv[++i]) : std::nullopt;
     };
-    if (arg == "--env" && hasValue) {
+    if (arg == "--help" || arg == "-h") {
+      return usage(stdout);
+    } else if (arg == "--env" && hasValue) {
       env = argv[++i];
     } else if (arg == "--player" && hasValue) {
       player = argv[++i];

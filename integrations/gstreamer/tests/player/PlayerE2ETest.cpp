@@ -84,7 +84,13 @@ class PlayerE2E : public ::testing::Test {
     const auto& views = result.report["views"];
     EXPECT_EQ(views.size(), 1U) << result.report.dump(1);
     if (views.size() == 1) result.view = views[0];
-    std::printf("[ player ] %s\n", result.view["metrics"].dump().c_str());
+    std::printf(
+        "[ player ] played %lld ms, paused %lld ms, longest freeze %lld ms\n"
+        "[ player ] metrics %s\n[ player ] violations %s\n",
+        static_cast<long long>(result.outcome.playingWallMs),
+        static_cast<long long>(result.outcome.pausedWallMs),
+        static_cast<long long>(result.outcome.longestFreezeMs()),
+        result.view["metrics"].dump().c_str(), result.report["violations"].dump().c_str());
     return result;
   }
 
@@ -111,6 +117,7 @@ TEST_F(PlayerE2E, CleanPlaybackIsOneCompleteView) {
   EXPECT_EQ(r.events("pause"), 0);
   EXPECT_EQ(r.events("error"), 0);
   EXPECT_TRUE(r.view["sequence"]["missing"].empty()) << r.view["sequence"].dump();
+  EXPECT_TRUE(r.report["violations"].empty()) << r.report["violations"].dump();
 
   EXPECT_GT(r.metric("timeToFirstFrameMs"), 0);
   const auto played = static_cast<double>(r.outcome.playingWallMs);
