@@ -32,9 +32,9 @@
 
 namespace {
 
-int usage() {
+int usage(std::FILE* out = stderr) {
   std::fprintf(
-      stderr,
+      out,
       "usage: tav-play [--env KEY] [--local-port N] [--player NAME] [--video-id ID]\n"
       "                [--title TITLE] [--window|--headless] [--pause-at MS --pause-for MS]\n"
       "                [--seek-at MS --seek-to MS] [--limit S] URI\n");
