@@ -58,7 +58,10 @@ int main(int argc, char** argv) {
   std::optional<std::string> videoId;
   std::optional<std::string> title;
   std::optional<long long> localPort;
-  const bool hasDisplay = std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY");
+  // Read before any thread starts.
+  const bool hasDisplay =
+      std::getenv("DISPLAY") != nullptr ||        // NOLINT(concurrency-mt-unsafe)
+      std::getenv("WAYLAND_DISPLAY") != nullptr;  // NOLINT(concurrency-mt-unsafe)
   tav::play::SessionOptions options;
   options.headless = !hasDisplay;
 

@@ -25,7 +25,7 @@ std::mutex& facadeMutex() {
   return mutex;
 }
 
-constexpr std::size_t kMaxPlaylistBytes = 256 * 1024;
+constexpr std::size_t kMaxPlaylistBytes = std::size_t{256} * 1024;
 
 std::int64_t wallNowMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(

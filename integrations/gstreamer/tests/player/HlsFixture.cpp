@@ -1,9 +1,12 @@
 #include "HlsFixture.h"
 
 #include <httplib.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <cerrno>
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -21,6 +24,27 @@ std::string readFile(const fs::path& path) {
   return text.str();
 }
 
+/// Runs a program (no shell) in `folder`; true when it exits with 0.
+bool run(const std::vector<std::string>& args, const fs::path& folder) {
+  std::vector<char*> argv;
+  argv.reserve(args.size() + 1);
+  for (const auto& arg : args)
+    argv.push_back(const_cast<char*>(arg.c_str()));
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
+  pid_t pid = 0;
+  const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (spawned != 0) return false;
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) return false;
+  }
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
 }  // namespace
 
 std::string hlsFixture() {
@@ -31,19 +55,72 @@ std::string hlsFixture() {
   const fs::path scratch = folder.string() + ".tmp." + std::to_string(::getpid());
   fs::remove_all(scratch);
   fs::create_directories(scratch);
-  const std::string command =
-      "cd '" + scratch.string() +
-      "' && '" TAV_FFMPEG
-      "' -nostdin -hide_banner -loglevel error"
-      " -f lavfi -i testsrc2=size=640x360:rate=25 -f lavfi -i sine=frequency=440:sample_rate=48000"
-      " -t 8 -filter_complex '[0:v]split=3[a][b][c];[a]scale=256:144[v0];[b]scale=426:240[v1];"
-      "[c]copy[v2]'"
-      " -map '[v0]' -map '[v1]' -map '[v2]' -map 1:a -map 1:a -map 1:a"
-      " -c:v libx264 -preset ultrafast -g 50 -keyint_min 50 -sc_threshold 0"
-      " -b:v:0 200k -b:v:1 400k -b:v:2 800k -c:a aac -b:a 64k -ac 2"
-      " -f hls -hls_time 2 -hls_playlist_type vod -hls_segment_filename 'v%v/seg%d.ts'"
-      " -master_pl_name master.m3u8 -var_stream_map 'v:0,a:0 v:1,a:1 v:2,a:2' 'v%v/index.m3u8'";
-  if (std::system(command.c_str()) != 0 || !fs::exists(scratch / "master.m3u8")) {
+  const std::vector<std::string> args = {
+      TAV_FFMPEG,
+      "-nostdin",
+      "-hide_banner",
+      "-loglevel",
+      "error",
+      "-f",
+      "lavfi",
+      "-i",
+      "testsrc2=size=640x360:rate=25",
+      "-f",
+      "lavfi",
+      "-i",
+      "sine=frequency=440:sample_rate=48000",
+      "-t",
+      "8",
+      "-filter_complex",
+      "[0:v]split=3[a][b][c];[a]scale=256:144[v0];[b]scale=426:240[v1];[c]copy[v2]",
+      "-map",
+      "[v0]",
+      "-map",
+      "[v1]",
+      "-map",
+      "[v2]",
+      "-map",
+      "1:a",
+      "-map",
+      "1:a",
+      "-map",
+      "1:a",
+      "-c:v",
+      "libx264",
+      "-preset",
+      "ultrafast",
+      "-g",
+      "50",
+      "-keyint_min",
+      "50",
+      "-sc_threshold",
+      "0",
+      "-b:v:0",
+      "200k",
+      "-b:v:1",
+      "400k",
+      "-b:v:2",
+      "800k",
+      "-c:a",
+      "aac",
+      "-b:a",
+      "64k",
+      "-ac",
+      "2",
+      "-f",
+      "hls",
+      "-hls_time",
+      "2",
+      "-hls_playlist_type",
+      "vod",
+      "-hls_segment_filename",
+      "v%v/seg%d.ts",
+      "-master_pl_name",
+      "master.m3u8",
+      "-var_stream_map",
+      "v:0,a:0 v:1,a:1 v:2,a:2",
+      "v%v/index.m3u8"};
+  if (!run(args, scratch) || !fs::exists(scratch / "master.m3u8")) {
     fs::remove_all(scratch);
     throw std::runtime_error("ffmpeg could not make the HLS fixture");
   }
