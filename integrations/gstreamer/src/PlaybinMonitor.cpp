@@ -204,9 +204,6 @@ void onPipelineMessage(Inbox& inbox, GstMessage* message) {
     case GST_MESSAGE_EOS:
       inbox.push(EndOfStream{});
       break;
-    case GST_MESSAGE_DURATION_CHANGED:
-      inbox.push(DurationChanged{});
-      break;
     default:
       break;
   }
@@ -229,6 +226,9 @@ void onSyncMessage(GstBus* /*bus*/, GstMessage* message, gpointer data) {
   switch (GST_MESSAGE_TYPE(message)) {
     case GST_MESSAGE_ELEMENT:
       onElementMessage(inbox, message);
+      break;
+    case GST_MESSAGE_DURATION_CHANGED:  // posted by the source or the demuxer
+      inbox.push(DurationChanged{});
       break;
     case GST_MESSAGE_BUFFERING: {
       gint percent = 0;
@@ -451,7 +451,14 @@ void PlaybinMonitor::Impl::run() {
                         [this](const TAVSDKEventPtr& event) { dispatch(event); });
 
   std::map<std::string, std::string> playlists;  // captured bytes by URL
-  bool durationKnown = false;
+  std::optional<std::int64_t> reportedDuration;
+  const auto reportDuration = [&] {
+    const auto duration = durationMs();
+    if (duration && duration != reportedDuration) {
+      reportedDuration = duration;
+      reporter.duration(*duration);
+    }
+  };
   const auto interval = std::max(metadata.timeUpdateInterval, std::chrono::milliseconds(10));
   auto nextTick = Clock::now() + interval;
   for (;;) {
@@ -473,20 +480,16 @@ void PlaybinMonitor::Impl::run() {
             using T = std::decay_t<decltype(o)>;
             if constexpr (std::is_same_v<T, UriChanged>) {
               playlists.clear();
-              durationKnown = false;
+              reportedDuration.reset();
               reporter.setPlayhead(0);
               reporter.uriChanged(o.uri);
             } else if constexpr (std::is_same_v<T, StateChanged>) {
               if (o.current == PipelineState::Paused && o.old == PipelineState::Ready)
                 watchSinkPad();
               reporter.stateChanged(o.old, o.current, o.pending, o.atMs);
-              if (!durationKnown &&
-                  (o.current == PipelineState::Paused || o.current == PipelineState::Playing)) {
-                if (auto d = durationMs()) {
-                  durationKnown = true;
-                  reporter.duration(*d);
-                }
-              }
+              if (!reportedDuration &&
+                  (o.current == PipelineState::Paused || o.current == PipelineState::Playing))
+                reportDuration();
             } else if constexpr (std::is_same_v<T, Buffering>) {
               reporter.buffering(o.percent, o.atMs);
             } else if constexpr (std::is_same_v<T, SeekStarted>) {
@@ -496,10 +499,7 @@ void PlaybinMonitor::Impl::run() {
             } else if constexpr (std::is_same_v<T, EndOfStream>) {
               reporter.endOfStream();
             } else if constexpr (std::is_same_v<T, DurationChanged>) {
-              if (auto d = durationMs()) {
-                durationKnown = true;
-                reporter.duration(*d);
-              }
+              reportDuration();
             } else if constexpr (std::is_same_v<T, ErrorSeen>) {
               reporter.error(o.code, o.message);
             } else if constexpr (std::is_same_v<T, VideoCaps>) {

@@ -189,10 +189,12 @@ TEST_F(PlayerE2E, SegmentFailingEveryRetryEndsInAnError) {
   EXPECT_EQ(r.events("error"), 1);
   EXPECT_EQ(r.view["errorCode"], "resource:3") << "GST_RESOURCE_ERROR_NOT_FOUND";
   EXPECT_EQ(r.view["errorMessage"], "Not Found");
-  // Every 404 the server sent is one failed request.
+  // Every 404 the server sent is one failed request (but the last, which the
+  // pipeline may tear down before it reports it).
   const int refused = segments->answered(R"(/seg1\.ts$)", 404);
   EXPECT_GE(refused, 2) << "the demuxer retries";
-  EXPECT_EQ(r.events("requestfailed"), refused);
+  EXPECT_LE(r.events("requestfailed"), refused);
+  EXPECT_GE(r.events("requestfailed"), refused - 1);
   EXPECT_EQ(r.view["state"].value("qercd", ""), "404");
 }
 
