@@ -317,7 +317,7 @@ void onSourceSetup(GstElement* /*playbin*/, GstElement* source, gpointer data) {
   gst_object_unref(pad);
 }
 
-void onUriNotify(GObject* playbin, GParamSpec* /*spec*/, gpointer data) {
+void onUriNotify(GObject* playbin, GParamSpec* /*property*/, gpointer data) {
   gchar* uri = nullptr;
   g_object_get(playbin, "uri", &uri, nullptr);
   if (uri != nullptr) inboxOf(data).push(UriChanged{uri});
