@@ -66,7 +66,7 @@ TEST(FieldDictionary, DeliberateOwnershipSplitAndOrder) {
   for (const auto& [name, field] : mapping) {
     if (name.rfind("custom_", 0) == 0) {
       EXPECT_EQ(field->dataType(), 5) << name;
-      EXPECT_EQ(field->code(), "c" + name.substr(7)) << name;
+      EXPECT_EQ(field->code(), std::string("c").append(name, 7)) << name;
     }
   }
 }
