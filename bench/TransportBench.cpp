@@ -3,12 +3,14 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "tav/events/TAVSDKTrackableEvent.h"
 #include "tav/platform/TAVSDKTiming.h"
+#include "tav/transport/HttpUserInfo.h"
 #include "tav/transport/TAVSDKDispatcher.h"
 #include "tav/transport/TAVSDKEventQueue.h"
 
@@ -114,6 +116,59 @@ void BM_DispatcherSerialisesBatch300(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
 }
 BENCHMARK(BM_DispatcherSerialisesBatch300);
+
+Json sampleBatch() {
+  Json batch = {{"events", Json::array()}};
+  for (int n = 0; n < kBatch; ++n)
+    batch["events"].push_back(sampleBeacon(n));
+  return batch;
+}
+
+// One attempt on the transport worker: the body of a 300-beacon batch
+// (metadata added, checked, pretty-printed) handed to the HTTP client.
+void BM_AttemptSerialisesBatch300(benchmark::State& state) {
+  auto http = std::make_shared<NullHttpClient>();
+  auto dispatcher =
+      std::make_shared<tav::TAVSDKDispatcher>(http, std::make_shared<DroppingScheduler>());
+  auto info = std::make_shared<tav::HttpUserInfo>();
+  info->url = "https://h";
+  info->eventsJsonDict = sampleBatch();
+  for (auto _ : state)
+    dispatcher->executeHttp(info);
+  state.SetItemsProcessed(state.iterations() * kBatch);
+  state.SetBytesProcessed(static_cast<std::int64_t>(http->bytes));
+}
+BENCHMARK(BM_AttemptSerialisesBatch300);
+
+// The reference: nlohmann's own pretty-printed dump of the same document.
+void BM_NlohmannDumpBatch300(benchmark::State& state) {
+  Json batch = sampleBatch();
+  batch["metadata"] = {{"transmission_timestamp", 1'700'000'000'000}};
+  std::size_t bytes = 0;
+  for (auto _ : state) {
+    const std::string body = batch.dump(2);
+    bytes += body.size();
+    benchmark::DoNotOptimize(body.data());
+  }
+  state.SetItemsProcessed(state.iterations() * kBatch);
+  state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
+}
+BENCHMARK(BM_NlohmannDumpBatch300);
+
+// The floor: copying the finished body.
+void BM_MemcpyBatch300(benchmark::State& state) {
+  Json batch = sampleBatch();
+  batch["metadata"] = {{"transmission_timestamp", 1'700'000'000'000}};
+  const std::string body = batch.dump(2);
+  std::string copy(body.size(), '\0');
+  for (auto _ : state) {
+    std::memcpy(copy.data(), body.data(), body.size());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(state.iterations() * kBatch);
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(body.size()));
+}
+BENCHMARK(BM_MemcpyBatch300);
 
 // Both: 300 beacons in, one serialised request out.
 void BM_QueueToRequestBatch300(benchmark::State& state) {

@@ -10,6 +10,7 @@ packages=(
   nlohmann-json3-dev          # record values and JSON
   googletest libgtest-dev libgmock-dev   # tests
   libbenchmark-dev            # benchmarks
+  valgrind python3            # scripts/bench.sh: instruction counts and the figures table
   libcpp-httplib-dev libssl-dev zlib1g-dev libbrotli-dev  # local HTTP(S) server
   libsqlite3-dev              # collector storage
   openssl                     # test certificates
