@@ -9,10 +9,6 @@
 namespace tav::test {
 namespace {
 
-std::string text(std::int64_t v) {
-  return std::to_string(v);
-}
-
 class PlaybackViewTest : public PipelineTest {};
 
 TEST_F(PlaybackViewTest, WholeViewGivesBeaconsNumbersAndTimeMetrics) {

@@ -1,5 +1,7 @@
 #include "support/PipelineFixture.h"
 
+#include <algorithm>
+
 namespace tav::test {
 
 void CapturingHandler::handle(const std::shared_ptr<TAVSDKBaseEvent>& event) {
@@ -24,6 +26,19 @@ void PipelineTest::SetUp() {
   detail::resetCoreStateForTesting();
   captured = std::make_shared<CapturingHandler>();
   TAVSDKCore::setClientHandler(captured);
+}
+
+long PipelineTest::count(const std::string& type) const {
+  const auto& b = captured->beacons;
+  return std::count_if(b.begin(), b.end(), [&](const auto& beacon) { return beacon.type == type; });
+}
+
+const Json& PipelineTest::last(const std::string& type) const {
+  const auto& b = captured->beacons;
+  const auto it =
+      std::find_if(b.rbegin(), b.rend(), [&](const auto& beacon) { return beacon.type == type; });
+  EXPECT_NE(it, b.rend()) << "no " << type;
+  return it == b.rend() ? _none : it->query;
 }
 
 void PipelineTest::TearDown() {

@@ -14,6 +14,16 @@
 
 namespace tav::test {
 
+/// The decimal text that records store for an integer.
+inline std::string text(std::int64_t v) {
+  return std::to_string(v);
+}
+
+/// A beacon's decimal-text value under `key`, as a number.
+inline double number(const Json& query, const char* key) {
+  return std::stod(query.at(key).get<std::string>());
+}
+
 struct CapturedBeacon {
   std::string type;  // the beacon's event type ("viewstart", "play", ...)
   Json query;        // the flattened beacon with required nulls
@@ -46,9 +56,16 @@ class PipelineTest : public ::testing::Test {
     return event;
   }
   void advance(std::int64_t ms) { clock->advance(ms); }
+  /// How many captured beacons have the event type `type`.
+  [[nodiscard]] long count(const std::string& type) const;
+  /// The last captured beacon of `type` (a test failure and an empty object when none).
+  [[nodiscard]] const Json& last(const std::string& type) const;
 
   std::shared_ptr<TAVSDKVirtualClock> clock;
   std::shared_ptr<CapturingHandler> captured;
+
+ private:
+  Json _none = Json::object();
 };
 
 }  // namespace tav::test

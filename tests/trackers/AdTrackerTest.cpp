@@ -14,10 +14,6 @@ namespace {
 
 constexpr std::int64_t kTick = 250;
 
-std::string text(std::int64_t v) {
-  return std::to_string(v);
-}
-
 class AdViewTest : public PipelineTest {
  protected:
   template <class E>
@@ -41,13 +37,6 @@ class AdViewTest : public PipelineTest {
       emit<TAVSDKTimeUpdateEvent>();
     }
   }
-  [[nodiscard]] const Json& last(const std::string& type) const {
-    const auto& b = captured->beacons;
-    const auto it =
-        std::find_if(b.rbegin(), b.rend(), [&](const auto& beacon) { return beacon.type == type; });
-    EXPECT_NE(it, b.rend()) << "no " << type;
-    return it == b.rend() ? empty : it->query;
-  }
   /// The six counters that every beacon of a view carries.
   static void expectCounters(const Json& q, int breaks, int views, int plays, int completes,
                              int errors, std::int64_t watched) {
@@ -60,7 +49,6 @@ class AdViewTest : public PipelineTest {
   }
 
   std::int64_t playhead = 0;
-  Json empty = Json::object();
 };
 
 TEST_F(AdViewTest, PrerollBeforeContentTimesRequestLoadAndFirstFrame) {

@@ -15,14 +15,6 @@ namespace {
 
 constexpr std::int64_t kTick = 250;  // the integration's "timeupdate" pace
 
-std::string text(std::int64_t v) {
-  return std::to_string(v);
-}
-
-double number(const Json& query, const char* key) {
-  return std::stod(query.at(key).get<std::string>());
-}
-
 class RebufferViewTest : public PipelineTest {
  protected:
   /// "viewinit", then "play" and "playing" at the current time; returns the
@@ -47,10 +39,6 @@ class RebufferViewTest : public PipelineTest {
       if (b.type == type) return &b;
     }
     return nullptr;
-  }
-  [[nodiscard]] long count(const std::string& type) const {
-    const auto t = captured->types();
-    return std::count(t.begin(), t.end(), type);
   }
 
   std::int64_t playhead = 0;

@@ -14,14 +14,6 @@
 namespace tav::test {
 namespace {
 
-std::string text(std::int64_t v) {
-  return std::to_string(v);
-}
-
-double number(const Json& query, const char* key) {
-  return std::stod(query.at(key).get<std::string>());
-}
-
 struct Request {
   std::optional<std::int64_t> start;
   std::optional<std::int64_t> responseStart;

@@ -11,10 +11,6 @@
 namespace tav::test {
 namespace {
 
-std::string text(std::int64_t v) {
-  return std::to_string(v);
-}
-
 class SeekingViewTest : public PipelineTest {
  protected:
   void startPlaying() {
@@ -38,19 +34,6 @@ class SeekingViewTest : public PipelineTest {
     send<TAVSDKSeekedEvent>("p1", seekedAt * 10, paused);
     return {last, clock->now()};
   }
-  [[nodiscard]] long count(const std::string& type) const {
-    const auto t = captured->types();
-    return std::count(t.begin(), t.end(), type);
-  }
-  [[nodiscard]] const Json& last(const std::string& type) const {
-    const auto& b = captured->beacons;
-    const auto it =
-        std::find_if(b.rbegin(), b.rend(), [&](const auto& beacon) { return beacon.type == type; });
-    EXPECT_NE(it, b.rend()) << "no " << type;
-    return it == b.rend() ? empty : it->query;
-  }
-
-  Json empty = Json::object();
 };
 
 TEST_F(SeekingViewTest, ScrubbingYieldsOneSeekingTimedFromTheLastInternalSeeking) {

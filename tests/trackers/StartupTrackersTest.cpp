@@ -14,14 +14,6 @@ namespace {
 
 constexpr std::int64_t kTick = 250;  // the integration's "timeupdate" pace
 
-std::string text(std::int64_t v) {
-  return std::to_string(v);
-}
-
-double number(const Json& query, const char* key) {
-  return std::stod(query.at(key).get<std::string>());
-}
-
 class StartupViewTest : public PipelineTest {
  protected:
   /// Dispatches a playback event of class E at the current playhead, with the
@@ -65,17 +57,9 @@ class StartupViewTest : public PipelineTest {
     emit<TAVSDKPlayEvent>();
     return play;
   }
-  [[nodiscard]] const Json& last(const std::string& type) const {
-    const auto& b = captured->beacons;
-    const auto it =
-        std::find_if(b.rbegin(), b.rend(), [&](const auto& beacon) { return beacon.type == type; });
-    EXPECT_NE(it, b.rend()) << "no " << type;
-    return it == b.rend() ? empty : it->query;
-  }
 
   std::int64_t playhead = 0;
   std::optional<std::pair<std::int32_t, std::int32_t>> playerSize;
-  Json empty = Json::object();
 };
 
 // --- time to first frame ---------------------------------------------------
