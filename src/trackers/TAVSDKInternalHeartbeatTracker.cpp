@@ -38,10 +38,8 @@ void TAVSDKInternalHeartbeatTracker::handlePlaybackEvent(TAVSDKPlaybackEvent& ev
     dispatchInternalHearbeatEventAndViewData(player, view);
   } else if (_startEvents().contains(type)) {
     startHeartbeatWithPlayerDataAndViewData(player, view);
-  } else if (_endEvents().contains(type)) {
-    endHeartbeatWithPlayerDataAndViewData(player, view);
-  } else if (type == TAVSDKPlaybackEventSeekedEventType && player &&
-             player->playerIsPaused().value_or(false)) {
+  } else if (_endEvents().contains(type) || (type == TAVSDKPlaybackEventSeekedEventType && player &&
+                                             player->playerIsPaused().value_or(false))) {
     endHeartbeatWithPlayerDataAndViewData(player, view);
   }
 }
