@@ -79,7 +79,7 @@ void TAVSDKCorePlayer::route(const TAVSDKEventPtr& event) {
 }
 
 void TAVSDKCorePlayer::handlePlaybackEvent(TAVSDKPlaybackEvent& event) {
-  if (event.playerData()) _playerData->update(event.playerData()->toQuery());
+  if (event.playerData()) _playerData->updateFrom(*event.playerData());
   if (&event.getType() != &TAVSDKPlaybackEventViewInitEventType) return;
   if (_view) _view->removeAllHandlers();
   _view = std::make_shared<TAVSDKCoreView>();
@@ -87,7 +87,7 @@ void TAVSDKCorePlayer::handlePlaybackEvent(TAVSDKPlaybackEvent& event) {
 }
 
 void TAVSDKCorePlayer::handleTrackableEvent(TAVSDKTrackableEvent& event) {
-  if (event.playerData()) _playerData->update(event.playerData()->toQuery());
+  if (event.playerData()) _playerData->updateFrom(*event.playerData());
   ++_sequenceNumber;
   _playerData->setPlayerSequenceNumber(_sequenceNumber);
   event.setPlayerData(_playerData);
@@ -108,7 +108,7 @@ void TAVSDKCorePlayer::handleSessionDataEvent(const TAVSDKSessionDataEvent& even
 void TAVSDKCorePlayer::handleDataEvent(const TAVSDKDataEvent& event) {
   if (_customerPlayerData) {
     if (event.customerPlayerData()) {
-      _customerPlayerData->update(event.customerPlayerData()->toQuery());
+      _customerPlayerData->updateFrom(*event.customerPlayerData());
     }
   } else {
     _customerPlayerData = event.customerPlayerData();

@@ -29,7 +29,7 @@ namespace {
 
 template <class Record>
 void mergeInto(const std::shared_ptr<Record>& target, const std::shared_ptr<Record>& source) {
-  if (target && source) target->update(source->toQuery());
+  if (target && source) target->updateFrom(*source);
 }
 
 template <class Record>

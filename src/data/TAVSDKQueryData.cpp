@@ -12,6 +12,51 @@ void TAVSDKQueryData::storeLocked(const Json& data) {
   }
 }
 
+void TAVSDKQueryData::storeLocked(Json&& data) {
+  auto& object = _query.get_ref<Json::object_t&>();
+  for (auto& [key, value] : data.get_ref<Json::object_t&>()) {
+    if (value.is_null()) {
+      object.erase(key);
+    } else {
+      object.insert_or_assign(key, std::move(value));
+    }
+  }
+}
+
+void TAVSDKQueryData::update(Json&& data) {
+  if (!data.is_object() || data.empty()) return;
+  const std::lock_guard lock(_lock);
+  const std::unique_lock write(_rw);
+  storeLocked(std::move(data));
+}
+
+void TAVSDKQueryData::updateFrom(const TAVSDKQueryData& other) {
+  if (&other == this) return;
+  const std::lock_guard lock(_lock);
+  const std::unique_lock write(_rw);
+  const std::shared_lock read(other._rw);
+  // Only the null marker (which updateIfNull can store) needs care.
+  auto& object = _query.get_ref<Json::object_t&>();
+  for (const auto& [key, value] : other._query.get_ref<const Json::object_t&>()) {
+    if (value.is_null()) {
+      object.erase(key);
+    } else {
+      object.insert_or_assign(key, value);
+    }
+  }
+}
+
+void TAVSDKQueryData::set(std::string_view key, Json value) {
+  const std::lock_guard lock(_lock);
+  const std::unique_lock write(_rw);
+  auto& object = _query.get_ref<Json::object_t&>();
+  if (value.is_null()) {
+    if (const auto it = object.find(key); it != object.end()) object.erase(it);
+  } else {
+    object.insert_or_assign(std::string(key), std::move(value));
+  }
+}
+
 void TAVSDKQueryData::update(const Json& data) {
   if (!data.is_object() || data.empty()) return;
   const std::lock_guard lock(_lock);
@@ -62,6 +107,13 @@ void TAVSDKQueryData::setQuery(const Json& data) {
   const std::unique_lock write(_rw);
   _query = Json::object();
   if (data.is_object()) storeLocked(data);
+}
+
+void TAVSDKQueryData::setQuery(Json&& data) {
+  const std::lock_guard lock(_lock);
+  const std::unique_lock write(_rw);
+  _query = Json::object();
+  if (data.is_object()) storeLocked(std::move(data));
 }
 
 std::size_t TAVSDKQueryData::size() const {

@@ -115,11 +115,16 @@ bool boolFromText(std::string_view text) {
   return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
 }
 
-// A stored value, treating a stored null marker like nothing stored.
-std::optional<Json> stored(const TAVSDKQueryData& record, const char* key) {
-  auto v = record.get(key);
-  if (v && v->is_null()) return std::nullopt;
-  return v;
+// Parses the value stored under `key` in place (no copy of it); nullopt when
+// nothing, or the null marker, is stored.
+template <class Parse>
+auto parseStored(const TAVSDKQueryData& record, const char* key, Parse parse)
+    -> std::optional<decltype(parse(std::declval<const Json&>()))> {
+  return record.read(
+      key, [&parse](const Json* v) -> std::optional<decltype(parse(std::declval<const Json&>()))> {
+        if (v == nullptr || v->is_null()) return std::nullopt;
+        return parse(*v);
+      });
 }
 
 template <class T>
@@ -128,13 +133,11 @@ void setNumber(TAVSDKQueryData& record, const char* key, const std::optional<T>&
     record.remove(key);
     return;
   }
-  Json entry = Json::object();
   if constexpr (std::is_same_v<T, bool>) {
-    entry[key] = *value ? "1" : "0";
+    record.set(key, *value ? "1" : "0");
   } else {
-    entry[key] = numberText(*value);
+    record.set(key, numberText(*value));
   }
-  record.update(entry);
 }
 
 }  // namespace
@@ -190,10 +193,9 @@ bool parseBool(const Json& v) {
 }
 
 Text::Value Text::get(const TAVSDKQueryData& record, const char* key) {
-  auto v = stored(record, key);
-  if (!v) return std::nullopt;
-  if (v->is_string()) return v->get<std::string>();
-  return v->dump();
+  return parseStored(record, key, [](const Json& v) {
+    return v.is_string() ? v.get_ref<const std::string&>() : v.dump();
+  });
 }
 
 void Text::set(TAVSDKQueryData& record, const char* key, const Set& value) {
@@ -201,59 +203,48 @@ void Text::set(TAVSDKQueryData& record, const char* key, const Set& value) {
     record.remove(key);
     return;
   }
-  record.update(Json{{key, *value}});
+  record.set(key, *value);
 }
 
 Int32::Value Int32::get(const TAVSDKQueryData& record, const char* key) {
-  auto v = stored(record, key);
-  if (!v) return std::nullopt;
-  return parseInt32(*v);
+  return parseStored(record, key, [](const Json& v) { return parseInt32(v); });
 }
 void Int32::set(TAVSDKQueryData& record, const char* key, const Set& value) {
   setNumber<std::int64_t>(record, key, value ? std::optional<std::int64_t>(*value) : std::nullopt);
 }
 
 Int64::Value Int64::get(const TAVSDKQueryData& record, const char* key) {
-  auto v = stored(record, key);
-  if (!v) return std::nullopt;
-  return parseInt64(*v);
+  return parseStored(record, key, [](const Json& v) { return parseInt64(v); });
 }
 void Int64::set(TAVSDKQueryData& record, const char* key, const Set& value) {
   setNumber(record, key, value);
 }
 
 Word::Value Word::get(const TAVSDKQueryData& record, const char* key) {
-  auto v = stored(record, key);
-  if (!v) return std::nullopt;
   // Parsed as 64 bits and narrowed to the machine word, as the record keeps it.
-  return static_cast<std::intptr_t>(parseInt64(*v));
+  return parseStored(record, key,
+                     [](const Json& v) { return static_cast<std::intptr_t>(parseInt64(v)); });
 }
 void Word::set(TAVSDKQueryData& record, const char* key, const Set& value) {
   setNumber(record, key, value);
 }
 
 Double::Value Double::get(const TAVSDKQueryData& record, const char* key) {
-  auto v = stored(record, key);
-  if (!v) return std::nullopt;
-  return parseDouble(*v);
+  return parseStored(record, key, [](const Json& v) { return parseDouble(v); });
 }
 void Double::set(TAVSDKQueryData& record, const char* key, const Set& value) {
   setNumber(record, key, value);
 }
 
 TruncDouble::Value TruncDouble::get(const TAVSDKQueryData& record, const char* key) {
-  auto v = stored(record, key);
-  if (!v) return std::nullopt;
-  return truncToInt64(parseDouble(*v));
+  return parseStored(record, key, [](const Json& v) { return truncToInt64(parseDouble(v)); });
 }
 void TruncDouble::set(TAVSDKQueryData& record, const char* key, const Set& value) {
   setNumber(record, key, value);
 }
 
 Bool::Value Bool::get(const TAVSDKQueryData& record, const char* key) {
-  auto v = stored(record, key);
-  if (!v) return std::nullopt;
-  return parseBool(*v);
+  return parseStored(record, key, [](const Json& v) { return parseBool(v); });
 }
 void Bool::set(TAVSDKQueryData& record, const char* key, const Set& value) {
   setNumber(record, key, value);

@@ -150,13 +150,17 @@ void TAVSDKTrackableEvent::setQuery(const Json& data) {
   _query->setQuery(data);
 }
 
+void TAVSDKTrackableEvent::setQuery(Json&& data) {
+  _query->setQuery(std::move(data));
+}
+
 void TAVSDKTrackableEvent::updateAll() {
   const TAVSDKQueryData* const records[] = {
       _viewData.get(),          _customerViewData.get(), _videoData.get(),
       _customerVideoData.get(), _playerData.get(),       _customerPlayerData.get(),
       _environmentData.get(),   _viewerData.get(),       _bandwidthMetricData.get()};
   for (const TAVSDKQueryData* record : records) {
-    if (record != nullptr) _query->update(record->toQuery());
+    if (record != nullptr) _query->updateFrom(*record);
   }
 }
 

@@ -120,36 +120,34 @@ void TAVSDKEventQueue::deduplicateBeaconData(TAVSDKTrackableEvent& event) {
   const auto& view = event.viewData();
   const std::optional<std::string> viewId = view ? view->viewId() : std::nullopt;
   if (!viewId) return;
-  nlohmann::json q = event.getQuery();
   const std::string& type = event.eventType();
   if (type == kViewStart || type == kViewEnd || !_previousBeaconData ||
       _currentTime.now() - _lastEventTime >= kViewMemoryMs) {
     if (type == kViewEnd) {
       _previousBeaconData.reset();
     } else {
-      _previousBeaconData = std::move(q);
+      _previousBeaconData = event.getQuery();
     }
     return;
   }
+  // In place: a text value equal to the one remembered is dropped unless the key
+  // is always sent or required; any other text value is remembered. A required
+  // key that is missing stays missing.
   nlohmann::json& previous = *_previousBeaconData;
   const TAVSDKKeySet& required = event.requiredProperties();
-  nlohmann::json reduced = nlohmann::json::object();
-  for (auto it = q.begin(); it != q.end(); ++it) {
-    const std::string& key = it.key();
-    nlohmann::json& value = it.value();
-    if (const auto* text = value.get_ptr<const std::string*>(); text != nullptr) {
-      const auto remembered = previous.find(key);
-      const auto* rememberedText =
-          remembered == previous.end() ? nullptr : remembered->get_ptr<const std::string*>();
-      if (rememberedText != nullptr && *rememberedText == *text &&
-          !_dataToAlwaysSend.contains(key) && !required.contains(key)) {
-        continue;
-      }
-      previous[key] = value;
+  event.query()->removeIf([&](const std::string& key, const nlohmann::json& value) {
+    const auto* text = value.get_ptr<const std::string*>();
+    if (text == nullptr) return false;
+    const auto remembered = previous.find(key);
+    const auto* rememberedText =
+        remembered == previous.end() ? nullptr : remembered->get_ptr<const std::string*>();
+    if (rememberedText != nullptr && *rememberedText == *text && !_dataToAlwaysSend.contains(key) &&
+        !required.contains(key)) {
+      return true;
     }
-    reduced[key] = std::move(value);
-  }
-  event.setQuery(reduced);
+    previous[key] = value;
+    return false;
+  });
 }
 
 }  // namespace tav

@@ -14,6 +14,7 @@
 // duration; `get` and `toQuery` take only a shared (reader) lock, so they never
 // block one another and never see a half-applied mutation.
 
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -37,6 +38,14 @@ class TAVSDKQueryData {
   /// Stores every pair of `data`, overwriting; a null value removes its key.
   /// A `data` that is not an object (absent) changes nothing.
   void update(const Json& data);
+  /// The same, taking the values of `data` over instead of copying them.
+  void update(Json&& data);
+  /// `update(other.toQuery())` without the snapshot: copies other's pairs while
+  /// holding this record's lock and other's reader lock. Two records must not
+  /// be merged into each other from two threads at once.
+  void updateFrom(const TAVSDKQueryData& other);
+  /// Stores one value under `key`, as `update` would; a null value removes the key.
+  void set(std::string_view key, Json value);
   /// Stores each pair of `data` whose key has no value yet (null values included).
   void updateIfNull(const Json& data);
   /// Removes one key.
@@ -50,6 +59,29 @@ class TAVSDKQueryData {
   /// Replaces the whole content with `data` as `update` stores it; a `data` that
   /// is not an object empties the record.
   void setQuery(const Json& data);
+  /// The same, taking the values of `data` over.
+  void setQuery(Json&& data);
+  /// Calls `drop(key, value)` for every pair, in key order, while holding the
+  /// record's lock, and removes the pairs for which it answers true. `drop` must
+  /// not touch this record.
+  template <class Predicate>
+  void removeIf(Predicate&& drop) {
+    const std::lock_guard lock(_lock);
+    const std::unique_lock write(_rw);
+    auto& object = _query.get_ref<Json::object_t&>();
+    for (auto it = object.begin(); it != object.end();) {
+      it = drop(it->first, it->second) ? object.erase(it) : std::next(it);
+    }
+  }
+  /// Calls `reader(value)` with a pointer to the value stored under `key`
+  /// (nullptr when none) under the reader lock, and returns what it returns.
+  /// Reads without copying the value.
+  template <class Reader>
+  decltype(auto) read(std::string_view key, Reader&& reader) const {
+    const std::shared_lock lock(_rw);
+    const auto it = _query.find(key);
+    return reader(it == _query.end() ? static_cast<const Json*>(nullptr) : &*it);
+  }
   /// Number of keys held.
   [[nodiscard]] std::size_t size() const;
 
@@ -59,6 +91,7 @@ class TAVSDKQueryData {
 
  private:
   void storeLocked(const Json& data);
+  void storeLocked(Json&& data);
 
   mutable std::recursive_mutex _lock;
   mutable std::shared_mutex _rw;

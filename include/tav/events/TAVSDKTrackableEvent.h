@@ -35,6 +35,7 @@ class TAVSDKTrackableEvent : public TAVSDKBaseEvent {
 
   /// Replaces the whole query content.
   void setQuery(const Json& data);
+  void setQuery(Json&& data);
   /// Merges, in this fixed order, view, customer view, video, customer video,
   /// player, customer player, environment, viewer and bandwidth records into
   /// the query (later records win). Custom data is not part of it.
