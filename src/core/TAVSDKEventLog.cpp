@@ -41,6 +41,12 @@ std::shared_ptr<Record> decodeRecord(const Json& form, const char* name) {
   return record;
 }
 
+/// The text under `key`, or "" when absent or not text (never throws).
+std::string textMember(const Json& object, const char* key) {
+  const auto it = object.find(key);
+  return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
+}
+
 #define TAV_ENCODE_RECORD(Type, name, Name) encodeRecord(form, #name, e.name());
 #define TAV_DECODE_RECORD(Type, name, Name) e->set##Name(decodeRecord<Type>(form, #name));
 
@@ -95,7 +101,7 @@ Json TAVSDKEventLog::encodeEvent(const TAVSDKBaseEvent& event) {
 
 TAVSDKEventPtr TAVSDKEventLog::decodeEvent(const Json& form) {
   if (!form.is_object()) return nullptr;
-  const std::string kind = form.value("kind", "");
+  const std::string kind = textMember(form, "kind");
   if (kind == kPlayback) {
     const auto type = form.find("type");
     if (type == form.end() || !type->is_string()) return nullptr;
@@ -121,21 +127,24 @@ TAVSDKEventPtr TAVSDKEventLog::decodeEvent(const Json& form) {
 
 bool TAVSDKEventLog::replayCall(const Json& call) {
   if (!call.is_object()) return false;
-  const std::string name = call.value("call", "");
+  const std::string name = textMember(call, "call");
   const auto text = [&call](const char* key) -> const std::string* {
     const auto it = call.find(key);
     return it != call.end() && it->is_string() ? &it->get_ref<const std::string&>() : nullptr;
   };
   const std::string* player = text("player");
+  const auto event = [&call]() -> TAVSDKEventPtr {
+    const auto it = call.find("event");
+    return it == call.end() ? nullptr : decodeEvent(*it);
+  };
   if (name == "dispatchEventForPlayer" && player) {
-    auto event = decodeEvent(call.value("event", Json()));
-    if (!event) return false;
-    TAVSDKCore::dispatchEventForPlayer(event, *player);
+    auto decoded = event();
+    if (!decoded) return false;
+    TAVSDKCore::dispatchEventForPlayer(decoded, *player);
   } else if (name == "dispatchGlobalDataEvent") {
-    auto event =
-        std::dynamic_pointer_cast<TAVSDKDataEvent>(decodeEvent(call.value("event", Json())));
-    if (!event) return false;
-    TAVSDKCore::dispatchGlobalDataEvent(event);
+    auto decoded = std::dynamic_pointer_cast<TAVSDKDataEvent>(event());
+    if (!decoded) return false;
+    TAVSDKCore::dispatchGlobalDataEvent(decoded);
   } else if (name == "createPlayer" && player) {
     TAVSDKCore::createPlayer(*player);
   } else if (name == "destroyPlayer" && player) {

@@ -1,9 +1,23 @@
 #include "tav/data/TAVSDKQueryData.h"
 
+#include "data/JsonDepth.h"
+#include "tav/platform/TAVSDKLog.h"
+
 namespace tav {
+namespace {
+
+// Values nested too deeply are not stored (see JsonDepth.h).
+bool refused(const std::string& key, const Json& value) {
+  if (!detail::jsonDeeperThan(value, detail::kMaxJsonDepth)) return false;
+  TAVSDKLog::error("TAVSDK-ERROR - value under \"" + key + "\" is nested too deeply; ignored");
+  return true;
+}
+
+}  // namespace
 
 void TAVSDKQueryData::storeLocked(const Json& data) {
   for (const auto& [key, value] : data.items()) {
+    if (refused(key, value)) continue;
     if (value.is_null()) {
       _query.erase(key);
     } else {
@@ -15,6 +29,7 @@ void TAVSDKQueryData::storeLocked(const Json& data) {
 void TAVSDKQueryData::storeLocked(Json&& data) {
   auto& object = _query.get_ref<Json::object_t&>();
   for (auto& [key, value] : data.get_ref<Json::object_t&>()) {
+    if (refused(key, value)) continue;
     if (value.is_null()) {
       object.erase(key);
     } else {
@@ -47,6 +62,7 @@ void TAVSDKQueryData::updateFrom(const TAVSDKQueryData& other) {
 }
 
 void TAVSDKQueryData::set(std::string_view key, Json value) {
+  if (value.is_structured() && refused(std::string(key), value)) return;
   const std::lock_guard lock(_lock);
   const std::unique_lock write(_rw);
   auto& object = _query.get_ref<Json::object_t&>();
@@ -69,6 +85,7 @@ void TAVSDKQueryData::updateIfNull(const Json& data) {
   const std::lock_guard lock(_lock);
   const std::unique_lock write(_rw);
   for (const auto& [key, value] : data.items()) {
+    if (refused(key, value)) continue;
     _query.emplace(key, value);  // emplace keeps an existing value
   }
 }

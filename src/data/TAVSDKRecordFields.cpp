@@ -6,6 +6,9 @@
 #include <limits>
 #include <string_view>
 
+#include "data/JsonDepth.h"
+#include "tav/platform/TAVSDKLog.h"
+
 namespace tav::field {
 namespace {
 
@@ -194,7 +197,9 @@ bool parseBool(const Json& v) {
 
 Text::Value Text::get(const TAVSDKQueryData& record, const char* key) {
   return parseStored(record, key, [](const Json& v) {
-    return v.is_string() ? v.get_ref<const std::string&>() : v.dump();
+    // Invalid UTF-8 replaced instead of thrown: any value may be stored here.
+    return v.is_string() ? v.get_ref<const std::string&>()
+                         : v.dump(-1, ' ', false, Json::error_handler_t::replace);
   });
 }
 
@@ -254,6 +259,12 @@ AsGiven::Value AsGiven::get(const TAVSDKQueryData& record, const char* key) {
   return record.get(key);
 }
 void AsGiven::set(TAVSDKQueryData& record, const char* key, const Set& value) {
+  // Refused before the copy below, which recurses once per level (see JsonDepth.h).
+  if (value && detail::jsonDeeperThan(*value, detail::kMaxJsonDepth)) {
+    TAVSDKLog::error(std::string("TAVSDK-ERROR - value for \"") + key +
+                     "\" is nested too deeply; ignored");
+    return;
+  }
   // Absent values go through the null marker (update removes the key).
   record.update(Json{{key, value ? *value : Json(nullptr)}});
 }

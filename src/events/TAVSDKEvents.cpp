@@ -1,6 +1,7 @@
 #include <mutex>
 #include <set>
 
+#include "data/JsonDepth.h"
 #include "tav/data/TAVSDKBandwidthMetricData.h"
 #include "tav/data/TAVSDKCustomData.h"
 #include "tav/data/TAVSDKCustomerPlayerData.h"
@@ -85,7 +86,8 @@ void TAVSDKSessionDataEvent::setSessionData(const nlohmann::json& data) {
   if (!data.is_object()) return;
   for (const auto& [name, value] : data.items()) {
     const auto field = TAVSDKField::searchWithKey(name);
-    if (!field) continue;
+    // Too deep to copy safely; the record would refuse it anyway.
+    if (!field || detail::jsonDeeperThan(value, detail::kMaxJsonDepth)) continue;
     const Json entry{{field->code(), value}};
     switch (field->dataType()) {
       case 0:

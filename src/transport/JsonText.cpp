@@ -7,6 +7,7 @@ namespace {
 
 constexpr const char* kJsonErrorDomain = "tav.json";
 constexpr std::int64_t kNonFiniteNumberCode = 1;
+constexpr std::int64_t kTooDeepCode = 3;
 
 bool hasNonFiniteNumber(const nlohmann::json& value) {
   switch (value.type()) {
@@ -25,8 +26,16 @@ bool hasNonFiniteNumber(const nlohmann::json& value) {
 
 }  // namespace
 
+TAVSDKJsonError tooDeepError() {
+  return {kJsonErrorDomain, kTooDeepCode, "JSON nested too deeply"};
+}
+
 std::optional<std::string> toJsonText(const nlohmann::json& value, int indent,
                                       TAVSDKJsonError* error) {
+  if (jsonDeeperThan(value, kMaxBatchJsonDepth)) {
+    if (error != nullptr) *error = tooDeepError();
+    return std::nullopt;
+  }
   if (hasNonFiniteNumber(value)) {
     if (error != nullptr) {
       *error = {kJsonErrorDomain, kNonFiniteNumberCode, "non-finite number in JSON text"};

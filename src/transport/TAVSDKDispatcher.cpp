@@ -212,6 +212,10 @@ std::int64_t TAVSDKDispatcher::getNextBeaconTime(const HttpUserInfo& info) const
 
 std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildRequestFromURLEventsJsonDictError(
     const std::string& url, const Json& eventsJsonDict, TAVSDKJsonError* error) const {
+  if (detail::jsonDeeperThan(eventsJsonDict, detail::kMaxBatchJsonDepth)) {
+    if (error != nullptr) *error = detail::tooDeepError();
+    return std::nullopt;  // not even copied: copying recurses once per level
+  }
   Json body = eventsJsonDict;
   return buildRequestInPlace(url, body, error);
 }
@@ -220,6 +224,10 @@ std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildRequestInPlace(
     const std::string& url, Json& eventsJsonDict, TAVSDKJsonError* error) const {
   if (!eventsJsonDict.is_object()) {
     if (error != nullptr) *error = {"tav.json", 2, "batch is not a JSON object"};
+    return std::nullopt;
+  }
+  if (detail::jsonDeeperThan(eventsJsonDict, detail::kMaxBatchJsonDepth)) {
+    if (error != nullptr) *error = detail::tooDeepError();
     return std::nullopt;
   }
   // Serialises addMetadata(eventsJsonDict) without copying the events: the

@@ -104,6 +104,12 @@ TEST_F(EventLog, MalformedCallsAndEventsAreRefusedWithoutEffect) {
   EXPECT_FALSE(TAVSDKEventLog::replayCall(Json::array()));
   EXPECT_FALSE(TAVSDKEventLog::replayCall({{"call", "format"}, {"player", "p"}}));
   EXPECT_FALSE(TAVSDKEventLog::replayCall({{"call", "destroyPlayer"}, {"player", 3}}));
+  // Names of the wrong type (found by fuzzing: they used to throw out of the replayer).
+  EXPECT_FALSE(TAVSDKEventLog::replayCall({{"call", nullptr}, {"player", "p"}}));
+  EXPECT_FALSE(TAVSDKEventLog::replayCall({{"call", 7}, {"player", "p"}}));
+  EXPECT_FALSE(TAVSDKEventLog::replayCall(
+      {{"call", "dispatchEventForPlayer"}, {"player", "p"}, {"event", {{"kind", 1}}}}));
+  EXPECT_EQ(TAVSDKEventLog::decodeEvent({{"kind", Json::array()}, {"type", "pause"}}), nullptr);
   EXPECT_FALSE(TAVSDKEventLog::replayCall(
       {{"call", "dispatchEventForPlayer"}, {"player", "p"}, {"event", {{"kind", "playback"}}}}));
   EXPECT_FALSE(TAVSDKEventLog::replayCall({{"call", "dispatchEventForPlayer"},

@@ -13,9 +13,47 @@
 #include "tav/data/TAVSDKQueryData.h"
 #include "tav/data/TAVSDKVideoData.h"
 #include "tav/data/TAVSDKViewData.h"
+#include "tav/events/TAVSDKBaseEvent.h"
 
 namespace tav {
 namespace {
+
+// `levels` arrays around a number, built without recursion.
+Json nested(int levels) {
+  Json value = 1;
+  for (int level = 0; level < levels; ++level) {
+    Json outer = Json::array();
+    outer.push_back(std::move(value));
+    value = std::move(outer);
+  }
+  return value;
+}
+
+// Found by fuzzing: a value 100000 levels deep overflowed the stack when copied.
+TEST(QueryDataMerge, ValuesNestedBeyond128LevelsAreRefusedEverywhere) {
+  TAVSDKVideoData record;
+  record.update({{"a", "1"}});
+  Json data = Json::object();
+  data["a"] = nested(100000);
+  data["limit"] = nested(128);
+  record.update(data);
+  EXPECT_EQ(record.get("a"), Json("1")) << "the old value stays";
+  EXPECT_TRUE(record.get("limit").has_value());
+  data.erase("limit");
+  data["b"] = nested(129);
+  record.updateIfNull(data);
+  EXPECT_FALSE(record.get("b").has_value());
+  record.setVideoSourceAdvertisedBitrate(nested(100000));
+  EXPECT_FALSE(record.videoSourceAdvertisedBitrate().has_value());
+  record.setQuery(data);
+  EXPECT_EQ(record.size(), 0U);
+
+  TAVSDKSessionDataEvent session;
+  session.setSessionData({{"video_id", nested(100000)}, {"custom_1", "c"}});
+  EXPECT_EQ(session.customerVideoData(), nullptr);
+  ASSERT_NE(session.customData(), nullptr);
+  EXPECT_EQ(session.customData()->toQuery().size(), 1U);
+}
 
 TEST(QueryDataMerge, UpdateOverwritesButUpdateIfNullOnlyFillsGaps) {
   TAVSDKViewData view;

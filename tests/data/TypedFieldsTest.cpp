@@ -104,6 +104,11 @@ TEST(TypedTextFields, TextIsStoredUnchangedAndNulloptRemovesIt) {
   environment.setSessionStart(std::nullopt);
   EXPECT_EQ(environment.toQuery(), (Json{{SESSION_ID, "S"}}));
 
+  // A stored non-text value reads as its JSON text; invalid UTF-8 in it is replaced
+  // (found by fuzzing: the getter threw).
+  player.update({{PLAYER_ERROR_CODE, Json::array({"\xff", 2})}});
+  EXPECT_EQ(player.playerErrorCode(), "[\"\xEF\xBF\xBD\",2]");
+
   TAVSDKViewerData viewer;
   viewer.setViewerDeviceModel("model-a");
   viewer.setTavViewerDeviceModel("model-b");

@@ -291,6 +291,22 @@ TEST_F(TransportDispatcher, UnusableBatchesAreDroppedWholeAndReported) {
       dispatcher->buildRequestFromURLEventsJsonDictError("https://h", unserialisable[2], &error));
   EXPECT_EQ(error.code, 316) << error.description;
 
+  // Nesting beyond 256 levels is refused before anything copies or writes it
+  // (found by fuzzing: 100000 levels overflowed the stack).
+  const std::string deep =
+      "{\"events\":" + std::string(100000, '[') + std::string(100000, ']') + "}";
+  auto deepCallback = std::make_shared<RecordingCallback>();
+  dispatcher->handleBatchOsFamilyWithJsonWithCallback("abc123", "ios", deep, deepCallback);
+  timers->runDue();
+  EXPECT_EQ(deepCallback->results(), std::vector<std::optional<bool>>{std::nullopt});
+  Json deepDict = Json::array();
+  for (int level = 1; level < 300; ++level)
+    deepDict = Json::array({std::move(deepDict)});
+  deepDict = Json{{"events", std::move(deepDict)}};
+  EXPECT_FALSE(dispatcher->buildRequestFromURLEventsJsonDictError("https://h", deepDict, &error));
+  EXPECT_EQ(error.code, 3) << error.description;
+  EXPECT_EQ(http->count(), 0U);
+
   // The dispatcher is still usable.
   dispatcher->handleBatchDomainOsFamilyJsonDictCallback("abc123", {}, {}, oneBeaconBatch(),
                                                         callback);

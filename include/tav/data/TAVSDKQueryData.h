@@ -5,7 +5,8 @@
 // Values: numbers of typed properties are stored as their decimal text; a few
 // fields hold nested objects, lists or numbers as given. JSON null is the null
 // marker: `update` and `setQuery` remove a key whose incoming value is null,
-// `updateIfNull` copies it as it is.
+// `updateIfNull` copies it as it is. A value with arrays and objects nested more
+// than 128 levels deep is not stored by any of the three (it is logged).
 //
 // Ownership: records are shared by std::shared_ptr and mutated in place; only
 // `toQuery` takes an independent snapshot.

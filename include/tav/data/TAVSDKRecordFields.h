@@ -6,7 +6,8 @@
 //
 // Kinds:
 //   Text     stored as given; getter answers the text (a stored non-text value
-//            answers its compact JSON text, a stored null answers nullopt)
+//            answers its compact JSON text with invalid UTF-8 replaced by
+//            U+FFFD, a stored null answers nullopt)
 //   Int32, Int64, Double, Bool
 //            stored as decimal text ("1"/"0" for booleans, the shortest
 //            round-trip form for doubles, "inf"/"-inf"/"nan" for non-finite);

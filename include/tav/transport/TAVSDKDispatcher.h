@@ -117,7 +117,8 @@ class TAVSDKDispatcher : public std::enable_shared_from_this<TAVSDKDispatcher> {
   /// The batch request: POST, 60-second time-out, "Content-Type" and
   /// "Accept-Encoding" headers, body = addMetadata(eventsJsonDict) pretty-printed.
   /// nullopt (and `error` filled when given) when the body cannot be serialised:
-  /// non-finite numbers, invalid UTF-8, or a body that is not an object.
+  /// non-finite numbers, invalid UTF-8, nesting beyond 256 levels, or a body
+  /// that is not an object.
   [[nodiscard]] std::optional<TAVSDKHttpRequest> buildRequestFromURLEventsJsonDictError(
       const std::string& url, const Json& eventsJsonDict, TAVSDKJsonError* error) const;
   /// A copy of `body` whose "metadata" object holds "transmission_timestamp" (clock
