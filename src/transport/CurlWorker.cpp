@@ -20,6 +20,10 @@ namespace {
 constexpr const char* kThreadName = "tav-transport";
 constexpr std::size_t kMaxResponseBody = 1U << 20U;  // the rest of a response is discarded
 constexpr int kMaxPollMs = 10000;
+// Connections open to one host at a time; further requests wait for one of them.
+// A burst of batches (many players flushing at once) would otherwise open a
+// connection each, more than a server may serve at once.
+constexpr long kMaxHostConnections = 6;
 constexpr auto kMaxTimerDelay = std::chrono::hours(24 * 365);
 
 bool curlGlobalInit() {
@@ -146,6 +150,7 @@ bool CurlWorker::startLocked() {
   if (!curlGlobalInit()) return false;
   _multi = curl_multi_init();
   if (_multi == nullptr) return false;
+  curl_multi_setopt(_multi, CURLMOPT_MAX_HOST_CONNECTIONS, kMaxHostConnections);
   // The worker starts with every signal blocked: it inherits this mask.
   sigset_t all;
   sigset_t previous;

@@ -11,6 +11,7 @@
 #include <set>
 #include <thread>
 
+#include "FaultServer.h"
 #include "TestCertificate.h"
 #include "TestServer.h"
 #include "support/ManualScheduler.h"
@@ -213,6 +214,25 @@ TEST_F(TransportE2E, ServerErrorStatusCountsAsSuccess) {
   EXPECT_TRUE(dispatcher->roundTripLastSucceeded());
   EXPECT_EQ(timers->pendingCount(), 0U);
   EXPECT_EQ(server.requests().size(), 1U);
+  EXPECT_TRUE(TAVSDKTransport::shutdown(kWait));
+}
+
+TEST_F(TransportE2E, ABurstOfBatchesSharesAFewConnectionsToTheHost) {
+  // A server that takes a while per request, as one under load does.
+  FaultServer server;
+  server.setFault(FaultServer::Fault::kAnswer, 200, 20ms);
+  overrides([&](auto& o) { o.localPort = server.port(); });
+  const auto dispatcher = curlDispatcher();
+  constexpr std::size_t kBatches = 60;
+  for (std::size_t i = 0; i < kBatches; ++i) {
+    dispatcher->handleBatchDomainOsFamilyJsonDictCallback("local", {}, "ios", batchOf("hb"),
+                                                          callback);
+  }
+  ASSERT_EQ(timers->runDue(), kBatches);  // every batch handed over at once
+  ASSERT_TRUE(callback->waitFor(kBatches, kWait));
+  EXPECT_EQ(callback->results(), std::vector<std::optional<bool>>(kBatches, true));
+  EXPECT_EQ(server.answeredBodies().size(), kBatches);
+  EXPECT_LE(server.connectionCount(), 6U) << "requests wait for a connection to the host";
   EXPECT_TRUE(TAVSDKTransport::shutdown(kWait));
 }
 

@@ -22,7 +22,8 @@ namespace tav {
 class TAVSDKTransport {
  public:
   /// The libcurl client on the worker. Completions run on the worker thread.
-  /// TLS peer and host verification are always on. A request sent while a
+  /// TLS peer and host verification are always on. At most six connections
+  /// are open to one host; further requests wait for one of them. A request sent while a
   /// shutdown is aborting (after its deadline) is refused: its completion runs at
   /// once on the calling thread with an error.
   [[nodiscard]] static std::shared_ptr<TAVSDKHttpClient> httpClient();
