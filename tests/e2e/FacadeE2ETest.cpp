@@ -1,12 +1,17 @@
 // Whole views through the facade, sent by the real transport worker to local
 // collectors: plain HTTP for the environment key "local", HTTPS with a test
-// certificate through a beacon collection domain; shutdown delivers the rest.
+// certificate through a beacon collection domain; shutdown delivers the rest
+// within its deadline and leaves no thread behind.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <map>
 #include <set>
 
+#include "FaultServer.h"
 #include "TestCertificate.h"
 #include "TestServer.h"
 #include "core/CoreState.h"
@@ -21,6 +26,18 @@ using namespace std::chrono_literals;
 using Json = nlohmann::json;
 
 constexpr auto kWait = 30s;
+
+/// Threads of this process named like the transport worker: the worker and any
+/// thread it started (Linux threads inherit their creator's name).
+std::size_t transportThreads() {
+  std::size_t count = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(task.path() / "comm"), name);
+    if (name == "tav-transport") ++count;
+  }
+  return count;
+}
 
 class TransportE2EFacade : public ::testing::Test {
  protected:
@@ -137,6 +154,77 @@ TEST_F(TransportE2EFacade, CollectionDomainViewGoesOverVerifiedHttps) {
     EXPECT_EQ(request.header("Content-Type"), "application/json");
     EXPECT_TRUE(Json::parse(request.body)["metadata"].contains("transmission_timestamp"));
   }
+}
+
+TEST_F(TransportE2EFacade, ShutdownDeliversWhatItCanWithinTheDeadlineAndNoThreadOutlivesIt) {
+  // The local server first drops every connection, then answers slowly; one
+  // player's collection host never answers.
+  FaultServer slow(FaultServer::Fault::kCloseAtOnce);
+  FaultServer stuck(FaultServer::Fault::kStall);
+  const std::string stuckHost = "stuck.tav-e2e.test";
+  detail::TransportOverrides overrides;
+  overrides.localPort = slow.port();
+  overrides.connectTo = {stuckHost + ":443:127.0.0.1:" + std::to_string(stuck.port())};
+  detail::setTransportOverrides(overrides);
+
+  // Each view's first batch fails and waits for its retry, 5000 s away; the rest
+  // of each view is still queued.
+  const std::vector<std::string> players = {"p1", "p2", "p3", "p4"};
+  const auto startView = [&](const std::string& player, const std::string& key) {
+    auto keyEvent = std::make_shared<TAVSDKDataEvent>();
+    keyEvent->setCustomerPlayerData(TAVSDKCustomerPlayerData::initWithEnvironmentKey(key));
+    TAVSDKCore::dispatchEventForPlayer(keyEvent, player);
+    send<TAVSDKViewInitEvent>(player, 0);
+    send<TAVSDKPlayEvent>(player, 0);
+    send<TAVSDKPlayingEvent>(player, 0);
+    send<TAVSDKPauseEvent>(player, 0, true);
+  };
+  for (const auto& player : players)
+    startView(player, "local");
+  ASSERT_TRUE(slow.waitForRequests(players.size(), kWait));
+  slow.setFault(FaultServer::Fault::kAnswer, 200, 200ms);
+  TAVSDKCore::setBeaconCollectionDomainForPlayer(stuckHost, "stuck");
+  startView("stuck", "abc123");
+  ASSERT_TRUE(stuck.waitForConnections(1, kWait));
+  EXPECT_EQ(transportThreads(), 1U);
+
+  const auto deadline = 2s;
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(TAVSDKCore::shutdown(deadline)) << "the stuck transfer is aborted";
+  const auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(took, deadline - 100ms) << "waited for the stuck transfer";
+  EXPECT_LT(took, deadline + 10s) << "sanity bound, not a benchmark";
+  EXPECT_EQ(transportThreads(), 0U);
+
+  // Every beacon of the local views arrived: the retried first batches and the
+  // flushed rest, each player's sequence without a gap.
+  std::map<std::string, std::vector<int>> sequences;
+  for (const auto& body : slow.answeredBodies()) {
+    const Json batch = Json::parse(body);
+    for (const auto& beacon : batch["events"])
+      sequences[beacon[PLAYER_INSTANCE_ID].get<std::string>()].push_back(
+          std::stoi(beacon.value(PLAYER_SEQUENCE_NUMBER, "0")));
+  }
+  ASSERT_EQ(sequences.size(), players.size());
+  for (auto& [instance, numbers] : sequences) {
+    SCOPED_TRACE(instance);
+    std::sort(numbers.begin(), numbers.end());
+    ASSERT_GE(numbers.size(), 4U);
+    for (std::size_t i = 0; i < numbers.size(); ++i)
+      EXPECT_EQ(numbers[i], static_cast<int>(i + 1));
+  }
+  EXPECT_EQ(slow.answeredBodies().size(), 2 * players.size())
+      << "the retried first batches and the flushed rests";
+
+  // The facade stays usable: the next view starts a new worker.
+  const std::size_t answered = slow.answeredBodies().size();
+  send<TAVSDKViewEndEvent>("p1", 0, true);
+  TAVSDKCore::destroyPlayer("stuck");
+  ASSERT_TRUE(slow.waitForRequests(3 * players.size() + 1, kWait));
+  EXPECT_EQ(transportThreads(), 1U);
+  EXPECT_TRUE(TAVSDKCore::shutdown(kWait));
+  EXPECT_EQ(slow.answeredBodies().size(), answered + 1);
+  EXPECT_EQ(transportThreads(), 0U);
 }
 
 }  // namespace
