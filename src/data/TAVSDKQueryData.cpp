@@ -50,14 +50,44 @@ void TAVSDKQueryData::updateFrom(const TAVSDKQueryData& other) {
   const std::lock_guard lock(_lock);
   const std::unique_lock write(_rw);
   const std::shared_lock read(other._rw);
-  // Only the null marker (which updateIfNull can store) needs care.
+  // Stored values were accepted when they were stored; only the null marker
+  // (which updateIfNull can store) needs care.
   auto& object = _query.get_ref<Json::object_t&>();
-  for (const auto& [key, value] : other._query.get_ref<const Json::object_t&>()) {
+  const auto& source = other._query.get_ref<const Json::object_t&>();
+  if (object.empty()) {
+    // A whole-tree copy is cheaper than inserting pair by pair.
+    object = source;
+    std::erase_if(object, [](const auto& pair) { return pair.second.is_null(); });
+    return;
+  }
+  for (const auto& [key, value] : source) {
     if (value.is_null()) {
       object.erase(key);
-    } else {
-      object.insert_or_assign(key, value);
+      continue;
     }
+    const auto it = object.lower_bound(key);
+    if (it == object.end() || it->first != key) {
+      object.emplace_hint(it, key, value);
+    } else if (it->second.is_string() && value.is_string()) {
+      // Text over text reuses the stored string's buffer.
+      it->second.get_ref<std::string&>() = value.get_ref<const std::string&>();
+    } else {
+      it->second = value;
+    }
+  }
+}
+
+void TAVSDKQueryData::setText(std::string_view key, std::string_view text) {
+  const std::lock_guard lock(_lock);
+  const std::unique_lock write(_rw);
+  auto& object = _query.get_ref<Json::object_t&>();
+  const auto it = object.lower_bound(key);
+  if (it == object.end() || it->first != key) {
+    object.emplace_hint(it, std::string(key), Json(text));
+  } else if (it->second.is_string()) {
+    it->second.get_ref<std::string&>().assign(text);
+  } else {
+    it->second = Json(text);
   }
 }
 

@@ -137,9 +137,9 @@ void setNumber(TAVSDKQueryData& record, const char* key, const std::optional<T>&
     return;
   }
   if constexpr (std::is_same_v<T, bool>) {
-    record.set(key, *value ? "1" : "0");
+    record.setText(key, *value ? "1" : "0");
   } else {
-    record.set(key, numberText(*value));
+    record.setText(key, numberText(*value));
   }
 }
 
@@ -208,7 +208,7 @@ void Text::set(TAVSDKQueryData& record, const char* key, const Set& value) {
     record.remove(key);
     return;
   }
-  record.set(key, *value);
+  record.setText(key, *value);
 }
 
 Int32::Value Int32::get(const TAVSDKQueryData& record, const char* key) {

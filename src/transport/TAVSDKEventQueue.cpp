@@ -132,20 +132,30 @@ void TAVSDKEventQueue::deduplicateBeaconData(TAVSDKTrackableEvent& event) {
   }
   // In place: a text value equal to the one remembered is dropped unless the key
   // is always sent or required; any other text value is remembered. A required
-  // key that is missing stays missing.
-  nlohmann::json& previous = *_previousBeaconData;
+  // key that is missing stays missing. Both objects are sorted by key, so the
+  // remembered beacon is walked alongside instead of searched.
+  auto& previous = _previousBeaconData->get_ref<nlohmann::json::object_t&>();
+  auto remembered = previous.begin();
   const TAVSDKKeySet& required = event.requiredProperties();
   event.query()->removeIf([&](const std::string& key, const nlohmann::json& value) {
     const auto* text = value.get_ptr<const std::string*>();
     if (text == nullptr) return false;
-    const auto remembered = previous.find(key);
-    const auto* rememberedText =
-        remembered == previous.end() ? nullptr : remembered->get_ptr<const std::string*>();
+    while (remembered != previous.end() && remembered->first < key)
+      ++remembered;
+    if (remembered == previous.end() || remembered->first != key) {
+      remembered = previous.emplace_hint(remembered, key, value);
+      return false;
+    }
+    auto* rememberedText = remembered->second.get_ptr<std::string*>();
     if (rememberedText != nullptr && *rememberedText == *text && !_dataToAlwaysSend.contains(key) &&
         !required.contains(key)) {
       return true;
     }
-    previous[key] = value;
+    if (rememberedText != nullptr) {
+      *rememberedText = *text;
+    } else {
+      remembered->second = value;
+    }
     return false;
   });
 }

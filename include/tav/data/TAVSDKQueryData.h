@@ -47,6 +47,8 @@ class TAVSDKQueryData {
   void updateFrom(const TAVSDKQueryData& other);
   /// Stores one value under `key`, as `update` would; a null value removes the key.
   void set(std::string_view key, Json value);
+  /// `set` for a text value; reuses the stored text's buffer when there is one.
+  void setText(std::string_view key, std::string_view text);
   /// Stores each pair of `data` whose key has no value yet (null values included).
   void updateIfNull(const Json& data);
   /// Removes one key.
