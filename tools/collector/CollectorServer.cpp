@@ -42,6 +42,9 @@ bool CollectorServer::start() {
   server.set_read_timeout(10, 0);
   server.set_keep_alive_timeout(2);
   server.set_keep_alive_max_count(1000);
+  // Answers go out at once: the header and the body are separate writes, and
+  // Nagle's algorithm would hold the body for the client's delayed ACK.
+  server.set_tcp_nodelay(true);
   // Address reuse only: the library's default also shares the port, which would
   // let a second collector on the same port silently take half of the batches.
   server.set_socket_options([](socket_t socket) {
