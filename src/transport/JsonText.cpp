@@ -1,6 +1,8 @@
 #include "transport/JsonText.h"
 
 #include <cmath>
+#include <utility>
+#include <vector>
 
 namespace tav::detail {
 namespace {
@@ -9,19 +11,33 @@ constexpr const char* kJsonErrorDomain = "tav.json";
 constexpr std::int64_t kNonFiniteNumberCode = 1;
 constexpr std::int64_t kTooDeepCode = 3;
 
-bool hasNonFiniteNumber(const nlohmann::json& value) {
-  switch (value.type()) {
-    case nlohmann::json::value_t::number_float:
-      return !std::isfinite(value.get_ref<const nlohmann::json::number_float_t&>());
-    case nlohmann::json::value_t::object:
-    case nlohmann::json::value_t::array:
-      for (const auto& element : value) {
-        if (hasNonFiniteNumber(element)) return true;
-      }
-      return false;
-    default:
-      return false;
+struct Scan {
+  bool tooDeep = false;
+  bool nonFinite = false;
+};
+
+// One iterative walk for both checks; stops at the first level beyond `limit`.
+Scan scan(const nlohmann::json& value, std::size_t limit) {
+  Scan found;
+  std::vector<std::pair<const nlohmann::json*, std::size_t>> pending{{&value, 0}};
+  while (!pending.empty()) {
+    const auto [node, depth] = pending.back();
+    pending.pop_back();
+    if (node->is_number_float()) {
+      found.nonFinite =
+          found.nonFinite || !std::isfinite(node->get_ref<const nlohmann::json::number_float_t&>());
+      continue;
+    }
+    if (!node->is_structured()) continue;
+    if (depth + 1 > limit) {
+      found.tooDeep = true;
+      return found;
+    }
+    for (const auto& child : *node) {
+      if (child.is_structured() || child.is_number_float()) pending.emplace_back(&child, depth + 1);
+    }
   }
+  return found;
 }
 
 }  // namespace
@@ -32,11 +48,12 @@ TAVSDKJsonError tooDeepError() {
 
 std::optional<std::string> toJsonText(const nlohmann::json& value, int indent,
                                       TAVSDKJsonError* error) {
-  if (jsonDeeperThan(value, kMaxBatchJsonDepth)) {
+  const Scan found = scan(value, kMaxBatchJsonDepth);
+  if (found.tooDeep) {
     if (error != nullptr) *error = tooDeepError();
     return std::nullopt;
   }
-  if (hasNonFiniteNumber(value)) {
+  if (found.nonFinite) {
     if (error != nullptr) {
       *error = {kJsonErrorDomain, kNonFiniteNumberCode, "non-finite number in JSON text"};
     }

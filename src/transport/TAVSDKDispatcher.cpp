@@ -226,7 +226,11 @@ std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildRequestInPlace(
     if (error != nullptr) *error = {"tav.json", 2, "batch is not a JSON object"};
     return std::nullopt;
   }
-  if (detail::jsonDeeperThan(eventsJsonDict, detail::kMaxBatchJsonDepth)) {
+  // The whole body's depth is checked when it is serialised; the metadata that
+  // is copied below is checked first (copying recurses once per level).
+  if (const auto existing = eventsJsonDict.find(kMetadata);
+      existing != eventsJsonDict.end() &&
+      detail::jsonDeeperThan(*existing, detail::kMaxBatchJsonDepth - 1)) {
     if (error != nullptr) *error = detail::tooDeepError();
     return std::nullopt;
   }
