@@ -2,13 +2,13 @@
 
 #include <httplib.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <ctime>
 #include <deque>
 #include <filesystem>
@@ -132,9 +132,6 @@ class CountingCollector {
         _ports.insert(request.remote_port);
         _bytes += request.body.size();
         ++_batches;
-        if (const char* dump = std::getenv("TAV_BENCH_DUMP_BODIES")) {
-          std::ofstream(dump, std::ios::app) << request.body << '\n';
-        }
       }
       response.status = result.status;
       response.set_content("{}", "application/json");
@@ -432,14 +429,24 @@ HourResult runHour(const HourOptions& options) {
     }
     previous = std::max(previous, call.t);
     clock->set(kStartMs + (previous - first));
+    rusage before{};
+    getrusage(RUSAGE_THREAD, &before);
     const double cpu0 = threadCpuSeconds();
     const auto wall0 = std::chrono::steady_clock::now();
     makeCall(call);
     const auto wall1 = std::chrono::steady_clock::now();
     result.callerCpuSeconds += threadCpuSeconds() - cpu0;
-    result.longestCallNs = std::max<std::int64_t>(
-        result.longestCallNs,
-        std::chrono::duration_cast<std::chrono::nanoseconds>(wall1 - wall0).count());
+    rusage after{};
+    getrusage(RUSAGE_THREAD, &after);
+    const bool preempted = after.ru_nivcsw != before.ru_nivcsw;
+    result.preemptedCalls += preempted ? 1 : 0;
+    result.blockedCalls += after.ru_nvcsw != before.ru_nvcsw ? 1 : 0;
+    const auto took = std::chrono::duration_cast<std::chrono::nanoseconds>(wall1 - wall0).count();
+    if (!preempted && took > result.longestCallNs) {
+      result.longestCallNs = took;
+      result.longestCall = call.name + " " + (call.event ? call.event->getType() : "") + " @ " +
+                           std::to_string(call.t - first);
+    }
     if (manual) manual->drain();
     ++result.calls;
   }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "tav/events/TAVSDKBaseEvent.h"
@@ -71,8 +72,13 @@ struct HourResult {
   std::int64_t virtualMs = 0;
   double callerCpuSeconds = 0;  // inside facade calls, on the calling thread
   double workerCpuSeconds = 0;  // the transport worker thread
+  /// The longest facade call (wall time) among those the scheduler did not
+  /// preempt, and which call it was ("call event-type @ virtual ms").
   std::int64_t longestCallNs = 0;
-  std::size_t postedBytes = 0;  // request bodies the collector received
+  std::string longestCall;
+  std::size_t preemptedCalls = 0;  // calls cut by an involuntary context switch
+  std::size_t blockedCalls = 0;    // calls that waited (a voluntary context switch)
+  std::size_t postedBytes = 0;     // request bodies the collector received
   std::size_t batches = 0;
   std::size_t connections = 0;      // TCP connections the collector accepted
   std::int64_t retryHeldBytes = 0;  // kOfflineHeld: live heap bytes freed by dropping the retries
