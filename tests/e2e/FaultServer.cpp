@@ -19,7 +19,7 @@ constexpr auto kSlice = 50ms;          // how often blocked reads look at the st
 constexpr auto kLongestSilence = 30s;  // a peer silent this long is dropped
 constexpr auto kLongestStall = 120s;   // a held request is dropped after this at the latest
 constexpr std::size_t kMaxConnections = 256;
-constexpr std::size_t kMaxHead = 64 * 1024;
+constexpr std::size_t kMaxHead = std::size_t{64} * 1024;
 
 std::size_t contentLength(const std::string& head) {
   std::string lower(head.size(), '\0');

@@ -277,7 +277,7 @@ TEST(SoakTest, TwoHundredPlayersForHoursKeepMemoryFlatAndLoseNoBeacon) {
   const std::size_t early =
       *std::max_element(hourEnds.begin() + kWarmUpHours, hourEnds.begin() + kWarmUpHours + 2);
   const std::size_t late = *std::max_element(hourEnds.end() - 2, hourEnds.end());
-  EXPECT_LE(late, early + early / 20 + 256 * 1024)
+  EXPECT_LE(late, early + early / 20 + std::size_t{256} * 1024)
       << "early " << early << " bytes, late " << late << " bytes";
 
   // Every beacon accounted for: each player's sequence complete and stored once,
