@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <fstream>
 #include <random>
@@ -36,7 +37,8 @@
 #define TAV_SANITIZER_HEAP 1
 #endif
 #ifdef TAV_SANITIZER_HEAP
-#include <sanitizer/allocator_interface.h>
+// From the sanitizer runtime (GCC does not ship <sanitizer/allocator_interface.h>).
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 namespace tav::simulate {
