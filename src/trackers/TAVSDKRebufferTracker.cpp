@@ -1,5 +1,6 @@
 #include "tav/trackers/TAVSDKRebufferTracker.h"
 
+#include "platform/Saturating.h"
 #include "tav/data/TAVSDKPlayerData.h"
 #include "tav/data/TAVSDKViewData.h"
 #include "tav/events/TAVSDKPlaybackEvents.h"
@@ -66,10 +67,11 @@ void TAVSDKRebufferTracker::check(const TAVSDKPlaybackEvent& event) {
     update(event);
     return;
   }
-  const std::int64_t stalled = now - _lastPlayheadTimeUpdatedTime.value_or(0);
+  const std::int64_t stalled =
+      platform::subSaturated(now, _lastPlayheadTimeUpdatedTime.value_or(0));
   if (stalled >= kStallThresholdMs) {
     if (_isRebuffering) {
-      computeMetricsWithDelta(event, now - *_lastCheckedTime);
+      computeMetricsWithDelta(event, platform::subSaturated(now, *_lastCheckedTime));
     } else {
       _isRebuffering = true;
       ++_rebufferCount;
@@ -89,10 +91,10 @@ void TAVSDKRebufferTracker::cleanup(const TAVSDKPlaybackEvent& event) {
     endRebufferingAtViewerTime(event, viewerTimeOf(event).value_or(0));
   } else if (_lastCheckedTime) {
     const std::int64_t playheadDelta =
-        playheadOf(event).value_or(0) - _lastPlayheadTime.value_or(0);
-    const std::int64_t wallDelta =
-        viewerTimeOf(event).value_or(0) - _lastPlayheadTimeUpdatedTime.value_or(0);
-    const std::int64_t hidden = wallDelta - playheadDelta;
+        platform::subSaturated(playheadOf(event).value_or(0), _lastPlayheadTime.value_or(0));
+    const std::int64_t wallDelta = platform::subSaturated(viewerTimeOf(event).value_or(0),
+                                                          _lastPlayheadTimeUpdatedTime.value_or(0));
+    const std::int64_t hidden = platform::subSaturated(wallDelta, playheadDelta);
     if (playheadDelta >= 1 && hidden >= kHiddenStallMinMs) {
       // A short stall fell between two heartbeats: report it after the fact.
       ++_rebufferCount;
@@ -100,7 +102,7 @@ void TAVSDKRebufferTracker::cleanup(const TAVSDKPlaybackEvent& event) {
       const std::int64_t t = viewerTimeOf(event).value_or(0);
       auto record = std::make_shared<TAVSDKViewData>();
       if (event.viewData()) record->setQuery(event.viewData()->toQuery());
-      record->setViewerTime(t - hidden);
+      record->setViewerTime(platform::subSaturated(t, hidden));
       auto start = std::make_shared<TAVSDKRebufferStartEvent>();
       start->setPlayerData(event.playerData());
       start->setViewData(record);
@@ -125,7 +127,7 @@ void TAVSDKRebufferTracker::cleanup(const TAVSDKPlaybackEvent& event) {
 void TAVSDKRebufferTracker::endRebufferingAtViewerTime(const TAVSDKPlaybackEvent& event,
                                                        std::int64_t viewerTime) {
   _isRebuffering = false;
-  computeMetricsWithDelta(event, viewerTime - _lastCheckedTime.value_or(0));
+  computeMetricsWithDelta(event, platform::subSaturated(viewerTime, _lastCheckedTime.value_or(0)));
   auto end = std::make_shared<TAVSDKRebufferEndEvent>();
   end->setViewData(event.viewData());
   dispatch(end);
@@ -133,7 +135,7 @@ void TAVSDKRebufferTracker::endRebufferingAtViewerTime(const TAVSDKPlaybackEvent
 
 void TAVSDKRebufferTracker::computeMetricsWithDelta(const TAVSDKPlaybackEvent& event,
                                                     std::int64_t delta) {
-  if (delta >= 1) _rebufferDuration += delta;
+  if (delta >= 1) _rebufferDuration = platform::addSaturated(_rebufferDuration, delta);
   const auto& view = event.viewData();
   const auto watchTime = view ? view->viewWatchTime() : std::nullopt;
   if (watchTime && _rebufferCount >= 1) {

@@ -1,6 +1,7 @@
 #include "tav/trackers/TAVSDKScalingTracker.h"
 
 #include <algorithm>
+#include "platform/Saturating.h"
 
 #include "tav/data/TAVSDKPlayerData.h"
 #include "tav/data/TAVSDKVideoData.h"
@@ -59,7 +60,7 @@ void TAVSDKScalingTracker::calculate(std::int64_t playhead) {
     _lastPlayheadPosition.reset();
     return;
   }
-  const std::int64_t d = playhead - *_lastPlayheadPosition;
+  const std::int64_t d = platform::subSaturated(playhead, *_lastPlayheadPosition);
   if (d < 0 || *_lastPlayerWidth == 0 || *_lastPlayerHeight == 0 || *_lastSourceWidth == 0 ||
       *_lastSourceHeight == 0) {
     _lastPlayheadPosition.reset();
@@ -73,7 +74,7 @@ void TAVSDKScalingTracker::calculate(std::int64_t playhead) {
   const double down = std::max(1.0 - s, 0.0);
   _viewMaxUpscaling = std::max(_viewMaxUpscaling, up);
   _viewMaxDownscaling = std::max(_viewMaxDownscaling, down);
-  _viewTotalContentPlaybackTime += d;
+  _viewTotalContentPlaybackTime = platform::addSaturated(_viewTotalContentPlaybackTime, d);
   _viewTotalUpscaling += up * static_cast<double>(d);
   _viewTotalDownscaling += down * static_cast<double>(d);
 

@@ -1,5 +1,6 @@
 #include "tav/trackers/TAVSDKSeekingTracker.h"
 
+#include "platform/Saturating.h"
 #include "tav/data/TAVSDKViewData.h"
 #include "tav/events/TAVSDKPlaybackEvents.h"
 
@@ -38,8 +39,8 @@ void TAVSDKSeekingTracker::handleInternalSeekingEvent(const TAVSDKPlaybackEvent&
 void TAVSDKSeekingTracker::handleSeekedEvent(const TAVSDKPlaybackEvent& event) {
   if (_lastEventTime >= 1) {
     ++_seekCount;
-    const std::int64_t d = viewerTimeOf(event) - _lastEventTime;
-    _seekDuration += d;
+    const std::int64_t d = platform::subSaturated(viewerTimeOf(event), _lastEventTime);
+    _seekDuration = platform::addSaturated(_seekDuration, d);
     if (d > _maxSeekTime) _maxSeekTime = d;
     auto metric = std::make_shared<TAVSDKViewData>();
     metric->setViewSeekCount(_seekCount);

@@ -1,5 +1,6 @@
 #include "tav/trackers/TAVSDKWatchTimeTracker.h"
 
+#include "platform/Saturating.h"
 #include "tav/data/TAVSDKViewData.h"
 
 namespace tav {
@@ -17,7 +18,8 @@ void TAVSDKWatchTimeTracker::dispatchWatchTime() {
 
 void TAVSDKWatchTimeTracker::countWatchTime(std::int64_t viewerTime) {
   if (_lastEventTime < 1) return;
-  _watchTime += viewerTime - _lastEventTime;
+  _watchTime =
+      platform::addSaturated(_watchTime, platform::subSaturated(viewerTime, _lastEventTime));
   dispatchWatchTime();
 }
 
