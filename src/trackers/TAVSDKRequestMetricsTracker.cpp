@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "platform/Saturating.h"
 #include "tav/data/TAVSDKBandwidthMetricData.h"
 #include "tav/data/TAVSDKViewData.h"
 #include "tav/events/TAVSDKPlaybackEvents.h"
@@ -57,9 +58,9 @@ void TAVSDKRequestMetricsTracker::handleRequestCompleted(TAVSDKPlaybackEvent& ev
   if (!responseEnd) return;
   std::int64_t loadTime = 0;
   if (responseStart) {
-    loadTime = *responseEnd - *responseStart;
+    loadTime = platform::subSaturated(*responseEnd, *responseStart);
   } else if (start) {
-    loadTime = *responseEnd - *start;
+    loadTime = platform::subSaturated(*responseEnd, *start);
   } else {
     return;
   }
@@ -67,8 +68,8 @@ void TAVSDKRequestMetricsTracker::handleRequestCompleted(TAVSDKPlaybackEvent& ev
 
   const std::int64_t throughput = bitsPerSecond(bytes, loadTime);
   ++_requestCompletedCount;
-  _totalBytes += bytes;
-  _totalLoadTime += loadTime;
+  _totalBytes = platform::addSaturated(_totalBytes, bytes);
+  _totalLoadTime = platform::addSaturated(_totalLoadTime, loadTime);
 
   // The view's own record: the minimum and maximum carry across the view, the
   // averages are recomputed from the totals.
@@ -80,7 +81,7 @@ void TAVSDKRequestMetricsTracker::handleRequestCompleted(TAVSDKPlaybackEvent& ev
     view->setViewAverageRequestThroughput(bitsPerSecond(_totalBytes, _totalLoadTime));
   }
   if (start && responseStart) {
-    const auto latency = static_cast<double>(*responseStart - *start);
+    const auto latency = static_cast<double>(platform::subSaturated(*responseStart, *start));
     _totalLatency += latency;
     if (view) {
       // The first maximum is stored as the double itself; later maxima are
