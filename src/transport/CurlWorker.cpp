@@ -265,7 +265,9 @@ void CurlWorker::startTransfer(TAVSDKHttpRequest request, Completion completion)
     CURL* easy = transfer->easy;
     bool hasExpect = false;
     for (const auto& [name, value] : r.headers) {
-      transfer->headers = appendList(transfer->headers, name + ": " + value);
+      std::string line = name;
+      line.append(": ").append(value);
+      transfer->headers = appendList(transfer->headers, line);
       if (curl_strequal(name.c_str(), "Expect") != 0) hasExpect = true;
     }
     // No "Expect: 100-continue" round trip before the body.

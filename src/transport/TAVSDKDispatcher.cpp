@@ -46,7 +46,9 @@ std::string lowerCase(std::string text) {
 
 int nextRandom() {
   const auto overrides = detail::transportOverrides();
-  return overrides.random ? overrides.random() : std::rand();  // NOLINT(cert-msc30-c)
+  // The process-wide std::rand generator is the retry jitter's source by design.
+  return overrides.random ? overrides.random()
+                          : std::rand();  // NOLINT(cert-msc30-c,concurrency-mt-unsafe)
 }
 
 }  // namespace
