@@ -15,6 +15,7 @@
 #include "TestCertificate.h"
 #include "TestServer.h"
 #include "core/CoreState.h"
+#include "support/ShortView.h"
 #include "tav/TavCore.h"
 #include "tav_build_config.h"
 #include "transport/TransportOverrides.h"
@@ -66,21 +67,9 @@ class TransportE2EFacade : public ::testing::Test {
   }
   /// Gives `player` its environment key, then plays a short view to its end.
   void playView(const std::string& player, const std::string& environmentKey) {
-    auto keyEvent = std::make_shared<TAVSDKDataEvent>();
-    keyEvent->setCustomerPlayerData(
-        TAVSDKCustomerPlayerData::initWithEnvironmentKey(environmentKey));
-    TAVSDKCore::dispatchEventForPlayer(keyEvent, player);
-    send<TAVSDKViewInitEvent>(player, 0);
-    send<TAVSDKPlayEvent>(player, 0);
-    clock->advance(300);
-    send<TAVSDKPlayingEvent>(player, 0);
-    for (std::int64_t playhead = 1000; playhead <= 12000; playhead += 1000) {
-      clock->advance(1000);
-      send<TAVSDKTimeUpdateEvent>(player, playhead);
-    }
-    send<TAVSDKPauseEvent>(player, 12000, true);
-    send<TAVSDKEndedEvent>(player, 12000, true);
-    send<TAVSDKViewEndEvent>(player, 12000, true);
+    playShortView(*clock, player, environmentKey, [](const auto& event, const auto& name) {
+      TAVSDKCore::dispatchEventForPlayer(event, name);
+    });
   }
   /// Every beacon the server received, in the order of the player sequence.
   static std::vector<Json> beaconsOf(const TestServer& server) {

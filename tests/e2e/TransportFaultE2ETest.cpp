@@ -18,6 +18,7 @@
 #include "core/CoreState.h"
 #include "support/CountingHttpClient.h"
 #include "support/ManualScheduler.h"
+#include "support/ShortView.h"
 #include "tav/TavCore.h"
 #include "tav/transport/TAVSDKEventQueue.h"
 #include "tav/transport/TAVSDKTransport.h"
@@ -150,34 +151,14 @@ class TransportFaultE2E : public ::testing::TestWithParam<FaultCase> {
     call();
     longestCall = std::max(longestCall, Clock::now() - start);
   }
-  template <class E>
-  void send(const std::string& player, std::int64_t playhead, bool paused = false) {
-    auto event = std::make_shared<E>();
-    auto data = std::make_shared<TAVSDKPlayerData>();
-    data->setPlayerPlayheadTime(playhead);
-    data->setPlayerIsPaused(paused);
-    event->setPlayerData(data);
-    timed([&] { TAVSDKCore::dispatchEventForPlayer(event, player); });
-  }
   /// A whole view on a new player, ending with its destruction (which flushes).
   /// Answers the player's queue, which nothing should keep once its batches are done.
   std::weak_ptr<TAVSDKEventQueue> playView(const std::string& player, bool tls) {
     const std::string key = tls ? "abc123" : "local";
     if (tls) timed([&] { TAVSDKCore::setBeaconCollectionDomainForPlayer(kTlsHost, player); });
-    auto keyEvent = std::make_shared<TAVSDKDataEvent>();
-    keyEvent->setCustomerPlayerData(TAVSDKCustomerPlayerData::initWithEnvironmentKey(key));
-    timed([&] { TAVSDKCore::dispatchEventForPlayer(keyEvent, player); });
-    send<TAVSDKViewInitEvent>(player, 0);
-    send<TAVSDKPlayEvent>(player, 0);
-    clock->advance(300);
-    send<TAVSDKPlayingEvent>(player, 0);
-    for (std::int64_t playhead = 1000; playhead <= 12000; playhead += 1000) {
-      clock->advance(1000);
-      send<TAVSDKTimeUpdateEvent>(player, playhead);
-    }
-    send<TAVSDKPauseEvent>(player, 12000, true);
-    send<TAVSDKEndedEvent>(player, 12000, true);
-    send<TAVSDKViewEndEvent>(player, 12000, true);
+    playShortView(*clock, player, key, [&](const auto& event, const auto& name) {
+      timed([&] { TAVSDKCore::dispatchEventForPlayer(event, name); });
+    });
     std::weak_ptr<TAVSDKEventQueue> queue = TAVSDKCore::playerNamed(player)->eventQueue();
     timed([&] { TAVSDKCore::destroyPlayer(player); });
     return queue;
