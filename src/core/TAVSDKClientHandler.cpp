@@ -8,20 +8,25 @@ namespace tav {
 
 void TAVSDKClientHandler::handle(const std::shared_ptr<TAVSDKBaseEvent>& event) {
   if (!event || !event->isTrackable()) return;
-  auto* trackable = dynamic_cast<TAVSDKTrackableEvent*>(event.get());
+  auto* trackable = event->asTrackableEvent();
   if (trackable == nullptr) return;
   auto& s = detail::coreState();
   trackable->setEnvironmentData(s.environmentData);
   trackable->setViewerData(s.viewerData);
-  trackable->updateAll();
   if (s.client) {
+    trackable->updateAll();
     const auto client = s.client;
     client->handle(event);
     return;
   }
   const auto it = s.players.find(_playerId);
-  if (it == s.players.end()) return;  // player destroyed meanwhile: dropped
-  if (const auto& queue = it->second->eventQueue()) queue->handle(event);
+  TAVSDKEventQueue* queue = it == s.players.end() ? nullptr : it->second->eventQueue().get();
+  if (queue == nullptr) {
+    trackable->updateAll();  // player destroyed meanwhile (or no queue): dropped
+    return;
+  }
+  // The queue merges the records itself, copying only what it sends.
+  queue->handleRecords(std::static_pointer_cast<TAVSDKTrackableEvent>(event));
 }
 
 }  // namespace tav

@@ -54,7 +54,7 @@ void TAVSDKCorePlayer::dispatch(const TAVSDKEventPtr& event) {
 
 void TAVSDKCorePlayer::route(const TAVSDKEventPtr& event) {
   if (event->isTrackable()) {
-    if (auto* trackable = dynamic_cast<TAVSDKTrackableEvent*>(event.get())) {
+    if (auto* trackable = event->asTrackableEvent()) {
       handleTrackableEvent(*trackable);
     }
     TAVSDKEventBus::dispatch(event);
@@ -62,7 +62,7 @@ void TAVSDKCorePlayer::route(const TAVSDKEventPtr& event) {
   }
   if (!event->isPlayback() && !event->isData()) return;  // view metrics, bare events
   if (event->isPlayback()) {
-    if (auto* playback = dynamic_cast<TAVSDKPlaybackEvent*>(event.get())) {
+    if (auto* playback = event->asPlaybackEvent()) {
       handlePlaybackEvent(*playback);
     }
   } else if (&event->getType() == &TAVSDKSessionDataEventType) {

@@ -48,16 +48,16 @@ std::shared_ptr<TAVSDKViewData> newViewData() {
 void TAVSDKCoreView::dispatch(const TAVSDKEventPtr& event) {
   if (!event) return;
   if (event->isTrackable()) {
-    if (auto* trackable = dynamic_cast<TAVSDKTrackableEvent*>(event.get())) {
+    if (auto* trackable = event->asTrackableEvent()) {
       handleTrackableEvent(*trackable);
     }
   } else if (event->isPlayback()) {
-    if (auto* playback = dynamic_cast<TAVSDKPlaybackEvent*>(event.get())) {
+    if (auto* playback = event->asPlaybackEvent()) {
       handlePlaybackEvent(*playback);
     }
   }
   if (event->isViewMetric()) {
-    if (const auto* metric = dynamic_cast<const TAVSDKViewMetricEvent*>(event.get())) {
+    if (const auto* metric = event->asViewMetricEvent()) {
       mergeInto(_viewData, metric->viewData());
     }
     return;

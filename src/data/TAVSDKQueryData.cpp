@@ -41,15 +41,13 @@ void TAVSDKQueryData::storeLocked(Json&& data) {
 void TAVSDKQueryData::update(Json&& data) {
   if (!data.is_object() || data.empty()) return;
   const std::lock_guard lock(_lock);
-  const std::unique_lock write(_rw);
   storeLocked(std::move(data));
 }
 
 void TAVSDKQueryData::updateFrom(const TAVSDKQueryData& other) {
   if (&other == this) return;
   const std::lock_guard lock(_lock);
-  const std::unique_lock write(_rw);
-  const std::shared_lock read(other._rw);
+  const std::shared_lock read(other._lock);
   // Stored values were accepted when they were stored; only the null marker
   // (which updateIfNull can store) needs care.
   auto& object = _query.get_ref<Json::object_t&>();
@@ -79,7 +77,6 @@ void TAVSDKQueryData::updateFrom(const TAVSDKQueryData& other) {
 
 void TAVSDKQueryData::setText(std::string_view key, std::string_view text) {
   const std::lock_guard lock(_lock);
-  const std::unique_lock write(_rw);
   auto& object = _query.get_ref<Json::object_t&>();
   const auto it = object.lower_bound(key);
   if (it == object.end() || it->first != key) {
@@ -94,7 +91,6 @@ void TAVSDKQueryData::setText(std::string_view key, std::string_view text) {
 void TAVSDKQueryData::set(std::string_view key, Json value) {
   if (value.is_structured() && refused(std::string(key), value)) return;
   const std::lock_guard lock(_lock);
-  const std::unique_lock write(_rw);
   auto& object = _query.get_ref<Json::object_t&>();
   if (value.is_null()) {
     if (const auto it = object.find(key); it != object.end()) object.erase(it);
@@ -106,14 +102,12 @@ void TAVSDKQueryData::set(std::string_view key, Json value) {
 void TAVSDKQueryData::update(const Json& data) {
   if (!data.is_object() || data.empty()) return;
   const std::lock_guard lock(_lock);
-  const std::unique_lock write(_rw);
   storeLocked(data);
 }
 
 void TAVSDKQueryData::updateIfNull(const Json& data) {
   if (!data.is_object() || data.empty()) return;
   const std::lock_guard lock(_lock);
-  const std::unique_lock write(_rw);
   for (const auto& [key, value] : data.items()) {
     if (refused(key, value)) continue;
     _query.emplace(key, value);  // emplace keeps an existing value
@@ -122,7 +116,6 @@ void TAVSDKQueryData::updateIfNull(const Json& data) {
 
 void TAVSDKQueryData::remove(std::string_view key) {
   const std::lock_guard lock(_lock);
-  const std::unique_lock write(_rw);
   const auto it = _query.find(key);
   if (it != _query.end()) _query.erase(it);
 }
@@ -130,7 +123,6 @@ void TAVSDKQueryData::remove(std::string_view key) {
 void TAVSDKQueryData::removeAll(const Json& data) {
   if (!data.is_object() || data.empty()) return;
   const std::lock_guard lock(_lock);
-  const std::unique_lock write(_rw);
   for (const auto& [key, value] : data.items()) {
     (void)value;
     _query.erase(key);
@@ -138,33 +130,31 @@ void TAVSDKQueryData::removeAll(const Json& data) {
 }
 
 std::optional<Json> TAVSDKQueryData::get(std::string_view key) const {
-  const std::shared_lock read(_rw);
+  const std::shared_lock read(_lock);
   const auto it = _query.find(key);
   if (it == _query.end()) return std::nullopt;
   return *it;
 }
 
 Json TAVSDKQueryData::toQuery() const {
-  const std::shared_lock read(_rw);
+  const std::shared_lock read(_lock);
   return _query;
 }
 
 void TAVSDKQueryData::setQuery(const Json& data) {
   const std::lock_guard lock(_lock);
-  const std::unique_lock write(_rw);
   _query = Json::object();
   if (data.is_object()) storeLocked(data);
 }
 
 void TAVSDKQueryData::setQuery(Json&& data) {
   const std::lock_guard lock(_lock);
-  const std::unique_lock write(_rw);
   _query = Json::object();
   if (data.is_object()) storeLocked(std::move(data));
 }
 
 std::size_t TAVSDKQueryData::size() const {
-  const std::shared_lock read(_rw);
+  const std::shared_lock read(_lock);
   return _query.size();
 }
 

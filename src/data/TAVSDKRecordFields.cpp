@@ -121,7 +121,7 @@ bool boolFromText(std::string_view text) {
 // Parses the value stored under `key` in place (no copy of it); nullopt when
 // nothing, or the null marker, is stored.
 template <class Parse>
-auto parseStored(const TAVSDKQueryData& record, const char* key, Parse parse)
+auto parseStored(const TAVSDKQueryData& record, std::string_view key, Parse parse)
     -> std::optional<decltype(parse(std::declval<const Json&>()))> {
   return record.read(
       key, [&parse](const Json* v) -> std::optional<decltype(parse(std::declval<const Json&>()))> {
@@ -131,13 +131,17 @@ auto parseStored(const TAVSDKQueryData& record, const char* key, Parse parse)
 }
 
 template <class T>
-void setNumber(TAVSDKQueryData& record, const char* key, const std::optional<T>& value) {
+void setNumber(TAVSDKQueryData& record, std::string_view key, const std::optional<T>& value) {
   if (!value) {
     record.remove(key);
     return;
   }
   if constexpr (std::is_same_v<T, bool>) {
     record.setText(key, *value ? "1" : "0");
+  } else if constexpr (std::is_integral_v<T>) {
+    std::array<char, 24> buf{};  // no allocation: 20 digits and a sign at most
+    const auto [end, ec] = std::to_chars(buf.data(), buf.data() + buf.size(), *value);
+    record.setText(key, std::string_view(buf.data(), static_cast<std::size_t>(end - buf.data())));
   } else {
     record.setText(key, numberText(*value));
   }
@@ -195,7 +199,7 @@ bool parseBool(const Json& v) {
   }
 }
 
-Text::Value Text::get(const TAVSDKQueryData& record, const char* key) {
+Text::Value Text::get(const TAVSDKQueryData& record, std::string_view key) {
   return parseStored(record, key, [](const Json& v) {
     // Invalid UTF-8 replaced instead of thrown: any value may be stored here.
     return v.is_string() ? v.get_ref<const std::string&>()
@@ -203,7 +207,7 @@ Text::Value Text::get(const TAVSDKQueryData& record, const char* key) {
   });
 }
 
-void Text::set(TAVSDKQueryData& record, const char* key, const Set& value) {
+void Text::set(TAVSDKQueryData& record, std::string_view key, const Set& value) {
   if (!value) {
     record.remove(key);
     return;
@@ -211,62 +215,62 @@ void Text::set(TAVSDKQueryData& record, const char* key, const Set& value) {
   record.setText(key, *value);
 }
 
-Int32::Value Int32::get(const TAVSDKQueryData& record, const char* key) {
+Int32::Value Int32::get(const TAVSDKQueryData& record, std::string_view key) {
   return parseStored(record, key, [](const Json& v) { return parseInt32(v); });
 }
-void Int32::set(TAVSDKQueryData& record, const char* key, const Set& value) {
+void Int32::set(TAVSDKQueryData& record, std::string_view key, const Set& value) {
   setNumber<std::int64_t>(record, key, value ? std::optional<std::int64_t>(*value) : std::nullopt);
 }
 
-Int64::Value Int64::get(const TAVSDKQueryData& record, const char* key) {
+Int64::Value Int64::get(const TAVSDKQueryData& record, std::string_view key) {
   return parseStored(record, key, [](const Json& v) { return parseInt64(v); });
 }
-void Int64::set(TAVSDKQueryData& record, const char* key, const Set& value) {
+void Int64::set(TAVSDKQueryData& record, std::string_view key, const Set& value) {
   setNumber(record, key, value);
 }
 
-Word::Value Word::get(const TAVSDKQueryData& record, const char* key) {
+Word::Value Word::get(const TAVSDKQueryData& record, std::string_view key) {
   // Parsed as 64 bits and narrowed to the machine word, as the record keeps it.
   return parseStored(record, key,
                      [](const Json& v) { return static_cast<std::intptr_t>(parseInt64(v)); });
 }
-void Word::set(TAVSDKQueryData& record, const char* key, const Set& value) {
+void Word::set(TAVSDKQueryData& record, std::string_view key, const Set& value) {
   setNumber(record, key, value);
 }
 
-Double::Value Double::get(const TAVSDKQueryData& record, const char* key) {
+Double::Value Double::get(const TAVSDKQueryData& record, std::string_view key) {
   return parseStored(record, key, [](const Json& v) { return parseDouble(v); });
 }
-void Double::set(TAVSDKQueryData& record, const char* key, const Set& value) {
+void Double::set(TAVSDKQueryData& record, std::string_view key, const Set& value) {
   setNumber(record, key, value);
 }
 
-TruncDouble::Value TruncDouble::get(const TAVSDKQueryData& record, const char* key) {
+TruncDouble::Value TruncDouble::get(const TAVSDKQueryData& record, std::string_view key) {
   return parseStored(record, key, [](const Json& v) { return truncToInt64(parseDouble(v)); });
 }
-void TruncDouble::set(TAVSDKQueryData& record, const char* key, const Set& value) {
+void TruncDouble::set(TAVSDKQueryData& record, std::string_view key, const Set& value) {
   setNumber(record, key, value);
 }
 
-Bool::Value Bool::get(const TAVSDKQueryData& record, const char* key) {
+Bool::Value Bool::get(const TAVSDKQueryData& record, std::string_view key) {
   return parseStored(record, key, [](const Json& v) { return parseBool(v); });
 }
-void Bool::set(TAVSDKQueryData& record, const char* key, const Set& value) {
+void Bool::set(TAVSDKQueryData& record, std::string_view key, const Set& value) {
   setNumber(record, key, value);
 }
 
-AsGiven::Value AsGiven::get(const TAVSDKQueryData& record, const char* key) {
+AsGiven::Value AsGiven::get(const TAVSDKQueryData& record, std::string_view key) {
   return record.get(key);
 }
-void AsGiven::set(TAVSDKQueryData& record, const char* key, const Set& value) {
+void AsGiven::set(TAVSDKQueryData& record, std::string_view key, const Set& value) {
   // Refused before the copy below, which recurses once per level (see JsonDepth.h).
   if (value && detail::jsonDeeperThan(*value, detail::kMaxJsonDepth)) {
-    TAVSDKLog::error(std::string("TAVSDK-ERROR - value for \"") + key +
+    TAVSDKLog::error(std::string("TAVSDK-ERROR - value for \"") + std::string(key) +
                      "\" is nested too deeply; ignored");
     return;
   }
   // Absent values go through the null marker (update removes the key).
-  record.update(Json{{key, value ? *value : Json(nullptr)}});
+  record.update(Json{{std::string(key), value ? *value : Json(nullptr)}});
 }
 
 }  // namespace tav::field

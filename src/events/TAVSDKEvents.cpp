@@ -156,12 +156,14 @@ void TAVSDKTrackableEvent::setQuery(Json&& data) {
   _query->setQuery(std::move(data));
 }
 
+std::array<const TAVSDKQueryData*, 9> TAVSDKTrackableEvent::recordsInMergeOrder() const {
+  return {_viewData.get(),          _customerViewData.get(), _videoData.get(),
+          _customerVideoData.get(), _playerData.get(),       _customerPlayerData.get(),
+          _environmentData.get(),   _viewerData.get(),       _bandwidthMetricData.get()};
+}
+
 void TAVSDKTrackableEvent::updateAll() {
-  const TAVSDKQueryData* const records[] = {
-      _viewData.get(),          _customerViewData.get(), _videoData.get(),
-      _customerVideoData.get(), _playerData.get(),       _customerPlayerData.get(),
-      _environmentData.get(),   _viewerData.get(),       _bandwidthMetricData.get()};
-  for (const TAVSDKQueryData* record : records) {
+  for (const TAVSDKQueryData* record : recordsInMergeOrder()) {
     if (record != nullptr) _query->updateFrom(*record);
   }
 }

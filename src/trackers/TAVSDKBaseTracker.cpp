@@ -6,7 +6,7 @@ namespace tav {
 
 void TAVSDKBaseTracker::handle(const TAVSDKEventPtr& event) {
   if (!event || !event->isPlayback()) return;
-  if (auto* playback = dynamic_cast<TAVSDKPlaybackEvent*>(event.get())) {
+  if (auto* playback = event->asPlaybackEvent()) {
     handlePlaybackEvent(*playback);
   }
 }
@@ -19,6 +19,19 @@ void TAVSDKBaseTracker::dispatch(const TAVSDKEventPtr& event) {
 
 void TAVSDKBaseTracker::dispatchViewMetric(std::shared_ptr<TAVSDKViewData> viewData) {
   dispatch(std::make_shared<TAVSDKViewMetricEvent>(std::move(viewData)));
+}
+
+TAVSDKViewData& TAVSDKBaseTracker::MetricUpdate::record() {
+  // Sole owner of both: the view merged the last update and kept nothing.
+  if (!_event || _event.use_count() != 1 || !_event->viewData() ||
+      _event->viewData().use_count() != 1) {
+    _event = std::make_shared<TAVSDKViewMetricEvent>(std::make_shared<TAVSDKViewData>());
+  }
+  return *_event->viewData();
+}
+
+void TAVSDKBaseTracker::dispatchViewMetric(MetricUpdate& update) {
+  if (update._event) dispatch(update._event);
 }
 
 const TAVSDKKeySet& TAVSDKBaseAdTracker::_adBreakEndEvents() {

@@ -11,7 +11,7 @@ void TAVSDKExternalHeartbeatTracker::handle(const TAVSDKEventPtr& event) {
     return;
   }
   if (!event->isPlayback()) return;
-  auto* playback = dynamic_cast<TAVSDKPlaybackEvent*>(event.get());
+  auto* playback = event->asPlaybackEvent();
   if (playback == nullptr) return;
   const std::string& type = event->getType();
   if (type == TAVSDKPlaybackEventInternalHeartbeatEventType) {

@@ -41,13 +41,14 @@ void TAVSDKPlaybackTimeTracker::updatePlaybackTime(std::int64_t playhead) {
   const std::int64_t last = gPlayback.lastPlayheadPosition;
   if (last >= 0 && last < playhead && playhead - last <= 1000) {
     gPlayback.contentPlaybackTime += playhead - last;
-    auto metric = std::make_shared<TAVSDKViewData>();
-    metric->setViewPlayingTime(gPlayback.contentPlaybackTime);
-    if (gPlayback.maxContentPlaybackTime >= 0) {
-      metric->setViewMaxPlayheadPosition(gPlayback.maxContentPlaybackTime);
-    }
+    TAVSDKViewData& metric = _metric.record();
+    metric.setViewPlayingTime(gPlayback.contentPlaybackTime);
+    // Unset (removed from a reused record) until a maximum is known.
+    metric.setViewMaxPlayheadPosition(gPlayback.maxContentPlaybackTime >= 0
+                                          ? std::optional(gPlayback.maxContentPlaybackTime)
+                                          : std::nullopt);
     gPlayback.lastPlayheadPosition = playhead;
-    dispatchViewMetric(std::move(metric));
+    dispatchViewMetric(_metric);
     return;
   }
   gPlayback.lastPlayheadPosition = playhead;

@@ -146,12 +146,12 @@ void TAVSDKRebufferTracker::computeMetricsWithDelta(const TAVSDKPlaybackEvent& e
   } else if (delta < 1) {
     return;
   }
-  auto metric = std::make_shared<TAVSDKViewData>();
-  metric->setViewRebufferCount(_rebufferCount);
-  metric->setViewRebufferDuration(_rebufferDuration);
-  metric->setViewRebufferFrequency(_rebufferFrequency);
-  metric->setViewRebufferPercentage(_rebufferPercentage);
-  dispatchViewMetric(std::move(metric));
+  TAVSDKViewData& metric = _metric.record();
+  metric.setViewRebufferCount(_rebufferCount);
+  metric.setViewRebufferDuration(_rebufferDuration);
+  metric.setViewRebufferFrequency(_rebufferFrequency);
+  metric.setViewRebufferPercentage(_rebufferPercentage);
+  dispatchViewMetric(_metric);
 }
 
 }  // namespace tav

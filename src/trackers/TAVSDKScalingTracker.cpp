@@ -78,13 +78,13 @@ void TAVSDKScalingTracker::calculate(std::int64_t playhead) {
   _viewTotalUpscaling += up * static_cast<double>(d);
   _viewTotalDownscaling += down * static_cast<double>(d);
 
-  auto metric = std::make_shared<TAVSDKViewData>();
-  metric->setViewMaxUpscalePercentage(_viewMaxUpscaling);
-  metric->setViewMaxDownscalePercentage(_viewMaxDownscaling);
-  metric->setViewTotalContentPlaybackTime(_viewTotalContentPlaybackTime);
-  metric->setViewTotalUpscaling(_viewTotalUpscaling);
-  metric->setViewTotalDownscaling(_viewTotalDownscaling);
-  dispatchViewMetric(std::move(metric));
+  TAVSDKViewData& metric = _metric.record();
+  metric.setViewMaxUpscalePercentage(_viewMaxUpscaling);
+  metric.setViewMaxDownscalePercentage(_viewMaxDownscaling);
+  metric.setViewTotalContentPlaybackTime(_viewTotalContentPlaybackTime);
+  metric.setViewTotalUpscaling(_viewTotalUpscaling);
+  metric.setViewTotalDownscaling(_viewTotalDownscaling);
+  dispatchViewMetric(_metric);
   _lastPlayheadPosition.reset();
 }
 

@@ -23,9 +23,8 @@ bool TAVSDKViewerTimeTracker::isSeekingEvent(const TAVSDKBaseEvent& event) const
 
 void TAVSDKViewerTimeTracker::handlePlaybackEvent(TAVSDKPlaybackEvent& event) {
   if (shouldIgnore(event)) return;
-  auto metric = std::make_shared<TAVSDKViewData>();
-  metric->setViewerTime(_currentTime.now());
-  dispatchViewMetric(std::move(metric));
+  _metric.record().setViewerTime(_currentTime.now());
+  dispatchViewMetric(_metric);
 }
 
 }  // namespace tav

@@ -11,9 +11,8 @@ TAVSDKWatchTimeTracker::TAVSDKWatchTimeTracker(TAVSDKEventBus* dispatcher)
 }
 
 void TAVSDKWatchTimeTracker::dispatchWatchTime() {
-  auto metric = std::make_shared<TAVSDKViewData>();
-  metric->setViewWatchTime(_watchTime);
-  dispatchViewMetric(std::move(metric));
+  _metric.record().setViewWatchTime(_watchTime);
+  dispatchViewMetric(_metric);
 }
 
 void TAVSDKWatchTimeTracker::countWatchTime(std::int64_t viewerTime) {

@@ -47,6 +47,10 @@ void TAVSDKEventQueue::handle(const std::shared_ptr<TAVSDKBaseEvent>& event) {
   if (!trackable) return;
   if (_rateLimited) return;
   deduplicateBeaconData(*trackable);
+  enqueue(trackable);
+}
+
+void TAVSDKEventQueue::enqueue(const std::shared_ptr<TAVSDKTrackableEvent>& trackable) {
   _lastEventTime = _currentTime.now();
   _rateLimited = !queueEvent(trackable);
   const bool flushNow = _flushEvents.contains(trackable->eventType());
@@ -116,48 +120,104 @@ void TAVSDKEventQueue::onComplete(std::optional<bool> /*result*/) {
   _lastBeaconCompleted.store(true);
 }
 
-void TAVSDKEventQueue::deduplicateBeaconData(TAVSDKTrackableEvent& event) {
+bool TAVSDKEventQueue::startsDeduplication(TAVSDKTrackableEvent& event, bool merged) {
   const auto& view = event.viewData();
   const std::optional<std::string> viewId = view ? view->viewId() : std::nullopt;
-  if (!viewId) return;
+  if (!viewId) return false;
   const std::string& type = event.eventType();
   if (type == kViewStart || type == kViewEnd || !_previousBeaconData ||
       _currentTime.now() - _lastEventTime >= kViewMemoryMs) {
+    if (!merged) event.updateAll();
     if (type == kViewEnd) {
       _previousBeaconData.reset();
     } else {
       _previousBeaconData = event.getQuery();
     }
-    return;
+    return false;
   }
-  // In place: a text value equal to the one remembered is dropped unless the key
-  // is always sent or required; any other text value is remembered. A required
-  // key that is missing stays missing. Both objects are sorted by key, so the
-  // remembered beacon is walked alongside instead of searched.
-  auto& previous = _previousBeaconData->get_ref<nlohmann::json::object_t&>();
-  auto remembered = previous.begin();
-  const TAVSDKKeySet& required = event.requiredProperties();
-  event.query()->removeIf([&](const std::string& key, const nlohmann::json& value) {
+  return true;
+}
+
+namespace {
+
+// Decides, for each pair of a beacon in key order, whether it is dropped: a text
+// value equal to the one remembered is, unless the key is always sent or
+// required; any other text value is remembered. The remembered beacon and both
+// key sets are sorted like the beacon, so each is walked alongside once instead
+// of searched.
+class Deduplicator {
+ public:
+  Deduplicator(nlohmann::json::object_t& previous, const TAVSDKKeySet& always,
+               const TAVSDKKeySet& required)
+      : _previous(previous),
+        _remembered(previous.begin()),
+        _always(always),
+        _alwaysAt(always.begin()),
+        _required(required),
+        _requiredAt(required.begin()) {}
+
+  bool operator()(const std::string& key, const nlohmann::json& value) {
     const auto* text = value.get_ptr<const std::string*>();
     if (text == nullptr) return false;
-    while (remembered != previous.end() && remembered->first < key)
-      ++remembered;
-    if (remembered == previous.end() || remembered->first != key) {
-      remembered = previous.emplace_hint(remembered, key, value);
+    while (_remembered != _previous.end() && _remembered->first < key)
+      ++_remembered;
+    if (_remembered == _previous.end() || _remembered->first != key) {
+      _remembered = _previous.emplace_hint(_remembered, key, value);
       return false;
     }
-    auto* rememberedText = remembered->second.get_ptr<std::string*>();
-    if (rememberedText != nullptr && *rememberedText == *text && !_dataToAlwaysSend.contains(key) &&
-        !required.contains(key)) {
+    auto* rememberedText = _remembered->second.get_ptr<std::string*>();
+    if (rememberedText != nullptr && *rememberedText == *text &&
+        !contains(_alwaysAt, _always, key) && !contains(_requiredAt, _required, key)) {
       return true;
     }
     if (rememberedText != nullptr) {
       *rememberedText = *text;
     } else {
-      remembered->second = value;
+      _remembered->second = value;
     }
     return false;
-  });
+  }
+
+ private:
+  static bool contains(TAVSDKKeySet::const_iterator& at, const TAVSDKKeySet& keys,
+                       const std::string& key) {
+    while (at != keys.end() && *at < key)
+      ++at;
+    return at != keys.end() && *at == key;
+  }
+
+  nlohmann::json::object_t& _previous;
+  nlohmann::json::object_t::iterator _remembered;
+  const TAVSDKKeySet& _always;
+  TAVSDKKeySet::const_iterator _alwaysAt;
+  const TAVSDKKeySet& _required;
+  TAVSDKKeySet::const_iterator _requiredAt;
+};
+
+}  // namespace
+
+void TAVSDKEventQueue::deduplicateBeaconData(TAVSDKTrackableEvent& event) {
+  if (!startsDeduplication(event, true)) return;
+  // In place. A required key that is missing stays missing.
+  Deduplicator drop(_previousBeaconData->get_ref<nlohmann::json::object_t&>(), _dataToAlwaysSend,
+                    event.requiredProperties());
+  event.query()->removeIf(drop);
+}
+
+void TAVSDKEventQueue::handleRecords(const std::shared_ptr<TAVSDKTrackableEvent>& event) {
+  if (!event) return;
+  if (_rateLimited) {
+    event->updateAll();
+    return;
+  }
+  if (startsDeduplication(*event, false)) {
+    // The same beacon as updateAll then deduplicateBeaconData, without copying
+    // the pairs that are dropped.
+    Deduplicator drop(_previousBeaconData->get_ref<nlohmann::json::object_t&>(), _dataToAlwaysSend,
+                      event->requiredProperties());
+    event->updateAllExcept(drop);
+  }
+  enqueue(event);
 }
 
 }  // namespace tav

@@ -8,6 +8,9 @@
 
 #include "TransportFixture.h"
 #include "support/ScopedTransportOverrides.h"
+#include "tav/data/TAVSDKBandwidthMetricData.h"
+#include "tav/data/TAVSDKCustomData.h"
+#include "tav/data/TAVSDKPlayerData.h"
 #include "tav/data/TAVSDKViewData.h"
 #include "tav/events/TAVSDKTrackableEvent.h"
 #include "tav/transport/TAVSDKEventQueue.h"
@@ -136,6 +139,83 @@ TEST_F(TransportEventQueue, SecondBeaconOfAViewCarriesOnlyWhatMustOrDidChange) {
   const Json fourth = send(beacon("play", changed));
   EXPECT_FALSE(fourth.contains("xwati")) << "still remembered from the first beacon";
   EXPECT_FALSE(fourth.contains("vtt")) << "the number did not replace \"Title 2\"";
+}
+
+TEST_F(TransportEventQueue, OnePassMergeSendsWhatMergeThenDeduplicateSends) {
+  // The pipeline's path (handleRecords) against updateAll + handle, on two
+  // queues fed the same records: keys shared between records (the later record
+  // wins), a later record's null marker (removes the key), the query's own
+  // null (stays), custom data merged in advance, required and always-sent keys.
+  auto other = std::make_shared<TAVSDKEventQueue>();
+  other->setDispatcher(dispatcher);
+  struct Step {
+    const char* type;
+    Json view, player, bandwidth, custom;
+    TAVSDKKeySet required;
+  };
+  const Step steps[] = {
+      {"viewstart",
+       kViewBeacon,
+       {{"pnm", "player"}, {"pphti", "0"}, {"xwati", "1"}},
+       {{"qbwth", "10"}},
+       {{"c1", "a"}},
+       {}},
+      {"play",
+       kViewBeacon,
+       {{"pnm", "player"}, {"pphti", "250"}, {"xwati", "1"}},
+       {{"qbwth", "10"}, {"vtt", nullptr}},
+       {{"c1", "a"}},
+       {"pnm", "xreco"}},
+      {"pause",
+       {{"vtt", "Title 2"}, {"xwati", "900"}},
+       {{"pnm", "player 2"}, {"xwati", "1"}},
+       {{"qbwth", "12"}},
+       {{"c1", "b"}, {"c2", nullptr}},
+       {}},
+      {"play",
+       kViewBeacon,
+       {{"pnm", "player 2"}, {"vtt", "Title 2"}},
+       {{"qbwth", "12"}},
+       {{"c1", "b"}},
+       {"vtt"}},
+      {"viewend", kViewBeacon, {{"pnm", "player 2"}}, {}, {}, {}},
+  };
+  std::size_t shorter = 0;
+  std::size_t previousSize = 0;
+  for (const Step& step : steps) {
+    auto view = std::make_shared<TAVSDKViewData>();
+    view->setViewId("V1");
+    view->update(step.view);
+    auto player = std::make_shared<TAVSDKPlayerData>();
+    player->updateIfNull(step.player);  // keeps null markers as markers
+    auto bandwidth = std::make_shared<TAVSDKBandwidthMetricData>();
+    bandwidth->updateIfNull(step.bandwidth);
+    auto custom = std::make_shared<TAVSDKCustomData>();
+    custom->update(step.custom);
+    const auto make = [&] {
+      auto event = std::make_shared<TAVSDKTrackableEvent>(step.type, step.required);
+      event->setViewData(view);
+      event->setPlayerData(player);
+      event->setBandwidthMetricData(bandwidth);
+      event->setCustomData(custom);
+      event->query()->updateIfNull(Json{{"qnull", nullptr}});
+      return event;
+    };
+    auto merged = make();
+    merged->updateAll();
+    const Json expected = send(merged);
+    auto onePass = make();
+    other->handleRecords(onePass);
+    other->flush();
+    const auto batches = sentBatches();
+    ASSERT_EQ(batches.size(), 1U) << step.type;
+    ASSERT_EQ(batches[0].size(), 1U) << step.type;
+    EXPECT_EQ(batches[0][0], expected) << step.type;
+    EXPECT_EQ(onePass->query()->toQuery(), merged->query()->toQuery()) << step.type;
+    if (previousSize != 0 && expected.size() < previousSize) ++shorter;
+    previousSize = expected.size();
+  }
+  EXPECT_GE(shorter, 2U) << "de-duplication took effect";
 }
 
 TEST_F(TransportEventQueue, MemoryRestartsOnViewStartViewEndAndTenMinutesOfSilence) {

@@ -11,19 +11,23 @@
 // Ownership: records are shared by std::shared_ptr and mutated in place; only
 // `toQuery` takes an independent snapshot.
 //
-// Thread rules: every mutation holds the record's recursive lock for its whole
-// duration; `get` and `toQuery` take only a shared (reader) lock, so they never
+// Thread rules: every mutation holds the record's recursive lock exclusively
+// for its whole duration; `get` and `toQuery` take it shared, so they never
 // block one another and never see a half-applied mutation.
 
+#include <array>
 #include <iterator>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <shared_mutex>
+#include <span>
 #include <string>
 #include <string_view>
 
 #include <nlohmann/json.hpp>
+
+#include "tav/data/RecordLock.h"
 
 namespace tav {
 
@@ -70,18 +74,68 @@ class TAVSDKQueryData {
   template <class Predicate>
   void removeIf(Predicate&& drop) {
     const std::lock_guard lock(_lock);
-    const std::unique_lock write(_rw);
     auto& object = _query.get_ref<Json::object_t&>();
     for (auto it = object.begin(); it != object.end();) {
       it = drop(it->first, it->second) ? object.erase(it) : std::next(it);
     }
+  }
+  /// Replaces the content with what `updateFrom` of each of `sources` in turn
+  /// would leave, less the pairs for which `drop(key, value)` answers true.
+  /// One pass over the merged pairs in key order; only kept pairs are copied.
+  /// At most 15 sources; null sources and this record itself are skipped.
+  /// `drop` must not touch any of the records.
+  template <class Predicate>
+  void mergeFromExcept(std::span<const TAVSDKQueryData* const> sources, Predicate&& drop) {
+    using Object = Json::object_t;
+    constexpr std::size_t kMaxRuns = 16;  // this record and 15 sources
+    const std::lock_guard lock(_lock);
+    std::array<std::shared_lock<RecordLock>, kMaxRuns> held;
+    std::array<Object::const_iterator, kMaxRuns> head{};
+    std::array<Object::const_iterator, kMaxRuns> end{};
+    const auto& own = _query.get_ref<const Object&>();
+    head[0] = own.begin();
+    end[0] = own.end();
+    std::size_t runs = 1;
+    for (const TAVSDKQueryData* source : sources) {
+      if (source == nullptr || source == this || runs == kMaxRuns) continue;
+      held[runs] = std::shared_lock(source->_lock);
+      const auto& object = source->_query.get_ref<const Object&>();
+      head[runs] = object.begin();
+      end[runs] = object.end();
+      ++runs;
+    }
+    Object kept;
+    std::array<std::size_t, kMaxRuns> tied{};
+    for (;;) {
+      // The smallest key among the runs' heads; of equal keys the last run wins.
+      std::size_t best = kMaxRuns;
+      std::size_t ties = 0;
+      for (std::size_t i = 0; i < runs; ++i) {
+        if (head[i] == end[i]) continue;
+        const int order = best == kMaxRuns ? -1 : compareKeys(head[i]->first, head[best]->first);
+        if (order < 0) ties = 0;
+        if (order <= 0) {
+          best = i;
+          tied[ties++] = i;
+        }
+      }
+      if (best == kMaxRuns) break;
+      const auto& [key, value] = *head[best];
+      // A source's null marker removes the key; this record's own null stays.
+      if ((best == 0 || !value.is_null()) && !drop(key, value)) {
+        kept.emplace_hint(kept.end(), key, value);
+      }
+      for (std::size_t t = 0; t < ties; ++t)
+        ++head[tied[t]];
+    }
+    _query.get_ref<Object&>().swap(kept);
   }
   /// Calls `reader(value)` with a pointer to the value stored under `key`
   /// (nullptr when none) under the reader lock, and returns what it returns.
   /// Reads without copying the value.
   template <class Reader>
   decltype(auto) read(std::string_view key, Reader&& reader) const {
-    const std::shared_lock lock(_rw);
+    const std::shared_lock lock(_lock);
     const auto it = _query.find(key);
     return reader(it == _query.end() ? static_cast<const Json*>(nullptr) : &*it);
   }
@@ -89,15 +143,21 @@ class TAVSDKQueryData {
   [[nodiscard]] std::size_t size() const;
 
   /// The record's recursive lock, for callers that need several mutations to
-  /// happen as one step. Readers never take it.
-  [[nodiscard]] std::recursive_mutex& recordLock() const { return _lock; }
+  /// happen as one step (readers of other threads wait for the whole step).
+  [[nodiscard]] RecordLock& recordLock() const { return _lock; }
 
  private:
+  // Key order of the dictionary (bytewise), deciding most pairs by the first byte.
+  static int compareKeys(const std::string& a, const std::string& b) {
+    if (!a.empty() && !b.empty() && a[0] != b[0]) {
+      return static_cast<unsigned char>(a[0]) < static_cast<unsigned char>(b[0]) ? -1 : 1;
+    }
+    return a.compare(b);
+  }
   void storeLocked(const Json& data);
   void storeLocked(Json&& data);
 
-  mutable std::recursive_mutex _lock;
-  mutable std::shared_mutex _rw;
+  mutable RecordLock _lock;
   Json _query = Json::object();
 };
 

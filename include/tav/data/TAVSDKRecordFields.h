@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "tav/data/TAVSDKQueryData.h"
 
@@ -30,57 +31,57 @@ namespace tav::field {
 struct Text {
   using Value = std::optional<std::string>;
   using Set = Value;
-  static Value get(const TAVSDKQueryData& record, const char* key);
-  static void set(TAVSDKQueryData& record, const char* key, const Set& value);
+  static Value get(const TAVSDKQueryData& record, std::string_view key);
+  static void set(TAVSDKQueryData& record, std::string_view key, const Set& value);
 };
 
 struct Int32 {
   using Value = std::optional<std::int32_t>;
   using Set = Value;
-  static Value get(const TAVSDKQueryData& record, const char* key);
-  static void set(TAVSDKQueryData& record, const char* key, const Set& value);
+  static Value get(const TAVSDKQueryData& record, std::string_view key);
+  static void set(TAVSDKQueryData& record, std::string_view key, const Set& value);
 };
 
 struct Int64 {
   using Value = std::optional<std::int64_t>;
   using Set = Value;
-  static Value get(const TAVSDKQueryData& record, const char* key);
-  static void set(TAVSDKQueryData& record, const char* key, const Set& value);
+  static Value get(const TAVSDKQueryData& record, std::string_view key);
+  static void set(TAVSDKQueryData& record, std::string_view key, const Set& value);
 };
 
 struct Word {
   using Value = std::optional<std::intptr_t>;
   using Set = std::optional<std::int64_t>;
-  static Value get(const TAVSDKQueryData& record, const char* key);
-  static void set(TAVSDKQueryData& record, const char* key, const Set& value);
+  static Value get(const TAVSDKQueryData& record, std::string_view key);
+  static void set(TAVSDKQueryData& record, std::string_view key, const Set& value);
 };
 
 struct Double {
   using Value = std::optional<double>;
   using Set = Value;
-  static Value get(const TAVSDKQueryData& record, const char* key);
-  static void set(TAVSDKQueryData& record, const char* key, const Set& value);
+  static Value get(const TAVSDKQueryData& record, std::string_view key);
+  static void set(TAVSDKQueryData& record, std::string_view key, const Set& value);
 };
 
 struct TruncDouble {
   using Value = std::optional<std::int64_t>;
   using Set = std::optional<double>;
-  static Value get(const TAVSDKQueryData& record, const char* key);
-  static void set(TAVSDKQueryData& record, const char* key, const Set& value);
+  static Value get(const TAVSDKQueryData& record, std::string_view key);
+  static void set(TAVSDKQueryData& record, std::string_view key, const Set& value);
 };
 
 struct Bool {
   using Value = std::optional<bool>;
   using Set = Value;
-  static Value get(const TAVSDKQueryData& record, const char* key);
-  static void set(TAVSDKQueryData& record, const char* key, const Set& value);
+  static Value get(const TAVSDKQueryData& record, std::string_view key);
+  static void set(TAVSDKQueryData& record, std::string_view key, const Set& value);
 };
 
 struct AsGiven {
   using Value = std::optional<Json>;
   using Set = Value;
-  static Value get(const TAVSDKQueryData& record, const char* key);
-  static void set(TAVSDKQueryData& record, const char* key, const Set& value);
+  static Value get(const TAVSDKQueryData& record, std::string_view key);
+  static void set(TAVSDKQueryData& record, std::string_view key, const Set& value);
 };
 
 /// Decimal text of numbers as the number properties store them.

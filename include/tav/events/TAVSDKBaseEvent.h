@@ -25,6 +25,9 @@ class TAVSDKCustomerVideoData;
 class TAVSDKCustomerPlayerData;
 class TAVSDKCustomerViewData;
 class TAVSDKCustomData;
+class TAVSDKPlaybackEvent;
+class TAVSDKTrackableEvent;
+class TAVSDKViewMetricEvent;
 
 /// Declares a shared record reference `_name` with a plain getter and setter.
 #define TAV_EVENT_RECORD(Type, name, Name)                  \
@@ -74,6 +77,12 @@ class TAVSDKBaseEvent : public TAVSDKEventTyping {
   [[nodiscard]] bool isDebug() const override { return false; }
   [[nodiscard]] const TAVSDKKeySet& requiredProperties() const override;
 
+  /// This event as its class, or nullptr when it is not of that class: the
+  /// routers' downcasts, one virtual call each instead of a dynamic_cast.
+  [[nodiscard]] virtual TAVSDKPlaybackEvent* asPlaybackEvent() { return nullptr; }
+  [[nodiscard]] virtual TAVSDKTrackableEvent* asTrackableEvent() { return nullptr; }
+  [[nodiscard]] virtual const TAVSDKViewMetricEvent* asViewMetricEvent() const { return nullptr; }
+
  protected:
   static const TAVSDKKeySet& noKeys();
 };
@@ -85,6 +94,7 @@ class TAVSDKPlaybackEvent : public TAVSDKBaseEvent {
  public:
   [[nodiscard]] const std::string& getType() const override;
   [[nodiscard]] bool isPlayback() const override { return true; }
+  [[nodiscard]] TAVSDKPlaybackEvent* asPlaybackEvent() final { return this; }
 
   TAV_PLAYBACK_EVENT_RECORDS(TAV_EVENT_RECORD)
 };
@@ -127,6 +137,7 @@ class TAVSDKViewMetricEvent : public TAVSDKBaseEvent {
       : _viewData(std::move(viewData)) {}
   [[nodiscard]] const std::string& getType() const override;
   [[nodiscard]] bool isViewMetric() const override { return true; }
+  [[nodiscard]] const TAVSDKViewMetricEvent* asViewMetricEvent() const final { return this; }
   [[nodiscard]] const std::shared_ptr<TAVSDKViewData>& viewData() const { return _viewData; }
   void setViewData(std::shared_ptr<TAVSDKViewData> v) { _viewData = std::move(v); }
 

@@ -3,6 +3,7 @@
 // "viewstart" or "hb"), up to ten shared records, and its own query record into
 // which `updateAll` flattens them. Filled and read on the dispatching thread.
 
+#include <array>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,6 +24,7 @@ class TAVSDKTrackableEvent : public TAVSDKBaseEvent {
   /// The class's kind name "TrackableEvent" (the beacon type is `eventType`).
   [[nodiscard]] const std::string& getType() const override;
   [[nodiscard]] bool isTrackable() const override { return true; }
+  [[nodiscard]] TAVSDKTrackableEvent* asTrackableEvent() final { return this; }
   [[nodiscard]] const TAVSDKKeySet& requiredProperties() const override {
     return _requiredProperties;
   }
@@ -40,6 +42,14 @@ class TAVSDKTrackableEvent : public TAVSDKBaseEvent {
   /// player, customer player, environment, viewer and bandwidth records into
   /// the query (later records win). Custom data is not part of it.
   void updateAll();
+  /// `updateAll` followed by removing the pairs for which `drop(key, value)`
+  /// answers true, in one pass that never copies a removed pair. `drop` sees the
+  /// merged pairs in key order and must not touch the event's records.
+  template <class Predicate>
+  void updateAllExcept(Predicate&& drop) {
+    const auto records = recordsInMergeOrder();
+    _query->mergeFromExcept(records, std::forward<Predicate>(drop));
+  }
   /// A copy of the query with a null value for every required key that is missing.
   [[nodiscard]] Json getQuery() const;
 
@@ -59,6 +69,8 @@ class TAVSDKTrackableEvent : public TAVSDKBaseEvent {
   void setCustomData(std::shared_ptr<TAVSDKCustomData> customData);
 
  private:
+  [[nodiscard]] std::array<const TAVSDKQueryData*, 9> recordsInMergeOrder() const;
+
   std::shared_ptr<TAVSDKQueryData> _query;
   std::string _eventType;
   std::shared_ptr<TAVSDKCustomData> _customData;

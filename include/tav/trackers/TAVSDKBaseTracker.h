@@ -29,8 +29,24 @@ class TAVSDKBaseTracker : public TAVSDKEventHandling {
   [[nodiscard]] TAVSDKEventBus* dispatcher() const { return _dispatcher; }
 
  protected:
+  /// A metric update that one call site sends again and again with the same
+  /// fields. The event and its record are reused when nothing else kept a
+  /// reference to them, so a steady tracker allocates nothing per update.
+  class MetricUpdate {
+   public:
+    /// The record to fill: the previous update's (holding the fields last
+    /// written) when it can be reused, otherwise a new, empty one.
+    TAVSDKViewData& record();
+
+   private:
+    friend class TAVSDKBaseTracker;
+    std::shared_ptr<TAVSDKViewMetricEvent> _event;
+  };
+
   /// Dispatches a view-metric event carrying `viewData`.
   void dispatchViewMetric(std::shared_ptr<TAVSDKViewData> viewData);
+  /// Dispatches the update's event; call `update.record()` first.
+  void dispatchViewMetric(MetricUpdate& update);
 
  private:
   TAVSDKEventBus* _dispatcher;

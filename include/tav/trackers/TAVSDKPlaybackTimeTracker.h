@@ -25,6 +25,9 @@ class TAVSDKPlaybackTimeTracker : public TAVSDKBaseTracker {
   };
   /// The process-wide state (for diagnostics and tests).
   [[nodiscard]] static SharedState sharedState();
+
+ private:
+  MetricUpdate _metric;
 };
 
 }  // namespace tav

@@ -41,6 +41,7 @@ class TAVSDKRebufferTracker : public TAVSDKBaseAdTracker {
   [[nodiscard]] double rebufferPercentage() const { return _rebufferPercentage; }
 
  private:
+  MetricUpdate _metric;
   bool _isSeeking = false;
   bool _isRebuffering = false;
   bool _playheadShouldBeProgressing = false;

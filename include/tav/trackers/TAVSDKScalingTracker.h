@@ -40,6 +40,7 @@ class TAVSDKScalingTracker : public TAVSDKBaseAdTracker {
   [[nodiscard]] double viewTotalDownscaling() const { return _viewTotalDownscaling; }
 
  private:
+  MetricUpdate _metric;
   std::optional<std::int64_t> _lastPlayheadPosition;
   std::optional<std::int32_t> _lastPlayerWidth;
   std::optional<std::int32_t> _lastPlayerHeight;

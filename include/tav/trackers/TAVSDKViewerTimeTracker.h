@@ -23,6 +23,7 @@ class TAVSDKViewerTimeTracker : public TAVSDKBaseTracker {
   void setCurrentTime(std::shared_ptr<TAVSDKTiming> clock) { _currentTime.set(std::move(clock)); }
 
  private:
+  MetricUpdate _metric;
   TAVSDKClockSlot _currentTime;
 };
 

@@ -19,6 +19,7 @@ class TAVSDKWatchTimeTracker : public TAVSDKBaseTracker {
   void countWatchTime(std::int64_t viewerTime);
 
  private:
+  MetricUpdate _metric;
   std::int64_t _lastEventTime = 0;
   std::int64_t _watchTime = 0;
 };

@@ -68,6 +68,10 @@ class TAVSDKEventQueue : public TAVSDKEventHandling,
   void onComplete(std::optional<bool> result) override;
   /// Rewrites the event's query without the unchanged text values.
   void deduplicateBeaconData(TAVSDKTrackableEvent& event);
+  /// `handle` for an event whose records are not merged into its query yet:
+  /// merges them (`updateAll`) and de-duplicates in one pass that copies only
+  /// the pairs sent. The pipeline's path; the beacon is the same.
+  void handleRecords(const std::shared_ptr<TAVSDKTrackableEvent>& event);
 
   [[nodiscard]] std::shared_ptr<TAVSDKTiming> currentTime() const { return _currentTime.get(); }
   void setCurrentTime(std::shared_ptr<TAVSDKTiming> clock) { _currentTime.set(std::move(clock)); }
@@ -89,6 +93,13 @@ class TAVSDKEventQueue : public TAVSDKEventHandling,
   }
 
  private:
+  // De-duplication's first step: false when this beacon is sent whole (it is
+  // then remembered, or forgotten on "viewend"); `merged` false merges the
+  // event's records first.
+  bool startsDeduplication(TAVSDKTrackableEvent& event, bool merged);
+  // What `handle` does after de-duplication.
+  void enqueue(const std::shared_ptr<TAVSDKTrackableEvent>& trackable);
+
   std::int64_t _lastEventTime = 0;
   std::int64_t _lastBeaconSentTime = 0;
   std::atomic<bool> _lastBeaconCompleted{true};
