@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include "tav/data/TAVSDKCustomData.h"
@@ -193,4 +195,36 @@ TEST(QueryDataConcurrent, ReadersSeeOnlyWholeMutations) {
 }
 
 }  // namespace
+// Two writers make grouped steps under the record lock (taking it again for
+// each mutation and reading their own record inside the step) while a third
+// thread reads: the groups exclude each other and readers see only whole steps.
+TEST(QueryDataConcurrent, GroupedStepsUnderTheRecordLockAreAtomic) {
+  TAVSDKQueryData record;
+  record.setQuery(Json{{"a", "0"}, {"b", "0"}});
+  constexpr int kRounds = 1500;
+  std::atomic<int> torn{0};
+  const auto writer = [&](const std::string& tag) {
+    for (int i = 0; i < kRounds; ++i) {
+      const std::lock_guard step(record.recordLock());
+      const std::string value = tag + std::to_string(i);
+      record.setText("a", value);
+      if (record.get("a") != Json(value)) ++torn;  // a writer reads its own record
+      std::this_thread::yield();                   // invites the others in, mid-step
+      record.set("b", Json(value));
+    }
+  };
+  std::thread first(writer, "x");
+  std::thread second(writer, "y");
+  for (int i = 0; i < kRounds; ++i) {
+    const Json snapshot = record.toQuery();
+    if (snapshot["a"] != snapshot["b"]) ++torn;
+  }
+  first.join();
+  second.join();
+  EXPECT_EQ(torn.load(), 0);
+  const Json last = record.toQuery();
+  EXPECT_EQ(last["a"], last["b"]);
+  EXPECT_TRUE(last["a"] == Json("x1499") || last["a"] == Json("y1499"));
+}
+
 }  // namespace tav
