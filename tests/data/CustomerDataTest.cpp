@@ -32,74 +32,59 @@ struct Parts {
   }
 };
 
-TEST(CustomerDataBundle, ThreePartFormHasNoCustomSlotsAndNoViewer) {
+TEST(CustomerDataBundle, ThreePartFormHoldsTheUnionAndTheViewerAddsNoKeys) {
   const Parts parts;
-  const TAVSDKCustomerData bundle(parts.player, parts.video, parts.view);
+  TAVSDKCustomerData bundle(parts.player, parts.video, parts.view);
   EXPECT_EQ(bundle.toQuery(), parts.unionOfParts());
   EXPECT_EQ(bundle.customData(), nullptr);
   EXPECT_EQ(bundle.customerViewerData(), nullptr);
   EXPECT_EQ(bundle.customerPlayerData(), parts.player);
   EXPECT_EQ(bundle.customerVideoData(), parts.video);
   EXPECT_EQ(bundle.customerViewData(), parts.view);
+
+  // The viewer record is a plain reference: setting or dropping it changes no key.
+  auto viewer = std::make_shared<TAVSDKCustomerViewerData>();
+  viewer->setViewerApplicationName("app");
+  bundle.setCustomerViewerData(viewer);
+  EXPECT_EQ(bundle.customerViewerData(), viewer);
+  EXPECT_EQ(bundle.toQuery(), parts.unionOfParts());
+  bundle.setCustomerViewerData(nullptr);
+  EXPECT_EQ(bundle.toQuery(), parts.unionOfParts());
+  EXPECT_EQ(viewer->viewerApplicationName(), "app");
 }
 
-TEST(CustomerDataBundle, ReplacingAPartDropsEveryKeyTheOldPartHad) {
+TEST(CustomerDataBundle, PartsAreSnapshotsAndReplacingOneDropsItsKeysByName) {
   const Parts parts;
+  // The custom part comes later and also carries the view session key.
   TAVSDKCustomerData bundle(parts.player, parts.video, parts.view,
-                            customWith(Json{{"c1", "one"}, {"c2", "two"}}));
-  EXPECT_TRUE(bundle.get("c1").has_value());
+                            customWith(Json{{"c1", "one"}, {"c2", "two"}, {"xseid", "custom"}}));
+  EXPECT_EQ(bundle.get("xseid"), Json("custom"));
 
-  const auto onlyThird = customWith(Json{{"c3", "three"}});
-  bundle.setCustomData(onlyThird);
-  Json expected = parts.unionOfParts();
-  expected["c3"] = "three";
-  EXPECT_EQ(bundle.toQuery(), expected);
-  EXPECT_EQ(bundle.customData(), onlyThird);
-
-  bundle.setCustomerVideoData(nullptr);
-  EXPECT_FALSE(bundle.get("vtt").has_value());
-  EXPECT_EQ(bundle.customerVideoData(), nullptr);
-  EXPECT_EQ(bundle.get("xseid"), Json("session"));
-}
-
-TEST(CustomerDataBundle, IsASnapshotUntilThePartIsSetAgain) {
-  const Parts parts;
-  TAVSDKCustomerData bundle(parts.player, parts.video, parts.view);
+  // Direct changes to a part show only once it is set again.
   parts.video->setVideoTitle("Changed");
   parts.video->setVideoSeries("Series");
   EXPECT_EQ(bundle.get("vtt"), Json("Title"));
   EXPECT_FALSE(bundle.get("vsr").has_value());
-
   bundle.setCustomerVideoData(parts.video);
   EXPECT_EQ(bundle.get("vtt"), Json("Changed"));
   EXPECT_EQ(bundle.get("vsr"), Json("Series"));
-}
 
-TEST(CustomerDataBundle, KeysAreRemovedByNameWhicheverPartPutThemThere) {
-  const Parts parts;
-  // A custom record that also carries the view session key.
-  const auto overlapping = customWith(Json{{"c1", "one"}, {"xseid", "from-custom"}});
-  TAVSDKCustomerData bundle(parts.player, parts.video, parts.view, overlapping);
-  EXPECT_EQ(bundle.get("xseid"), Json("from-custom"));
-
-  bundle.setCustomData(nullptr);
-  EXPECT_FALSE(bundle.get("xseid").has_value());
-  EXPECT_FALSE(bundle.get("c1").has_value());
+  // Every key of the old custom part goes, the view's session key too.
+  const auto onlyThird = customWith(Json{{"c3", "three"}});
+  bundle.setCustomData(onlyThird);
+  Json expected = parts.unionOfParts();
+  expected.erase("xseid");
+  expected["c3"] = "three";
+  EXPECT_EQ(bundle.toQuery(), expected);
+  EXPECT_EQ(bundle.customData(), onlyThird);
   EXPECT_EQ(bundle.customerViewData(), parts.view);
-}
 
-TEST(CustomerDataBundle, ViewerRecordIsAPlainReferenceThatAddsNoKeys) {
-  const Parts parts;
-  auto viewer = std::make_shared<TAVSDKCustomerViewerData>();
-  viewer->setViewerApplicationName("app");
-  TAVSDKCustomerData bundle(parts.player, parts.video, parts.view, nullptr, viewer);
-  EXPECT_EQ(bundle.customerViewerData(), viewer);
-  EXPECT_EQ(bundle.toQuery(), parts.unionOfParts());
-
-  const Json before = bundle.toQuery();
-  bundle.setCustomerViewerData(nullptr);
-  EXPECT_EQ(bundle.toQuery(), before);
-  EXPECT_EQ(viewer->viewerApplicationName(), "app");
+  // A null part removes its keys and nothing else.
+  bundle.setCustomerVideoData(nullptr);
+  EXPECT_EQ(bundle.customerVideoData(), nullptr);
+  expected = parts.player->toQuery();
+  expected["c3"] = "three";
+  EXPECT_EQ(bundle.toQuery(), expected);
 }
 
 }  // namespace

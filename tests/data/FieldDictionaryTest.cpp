@@ -13,17 +13,13 @@ namespace tav {
 namespace {
 
 TEST(FieldDictionary, LookupIsExactAndCaseSensitive) {
-  const auto custom3 = TAVSDKField::searchWithKey("custom_3");
-  ASSERT_NE(custom3, nullptr);
-  EXPECT_EQ(custom3->dataType(), 5);
-  EXPECT_EQ(custom3->code(), "c3");
-
+  ASSERT_NE(TAVSDKField::searchWithKey("custom_3"), nullptr);
   for (const char* miss : {"Custom_3", "CUSTOM_3", "custom_3 ", "custom_6", "custom", ""}) {
     EXPECT_EQ(TAVSDKField::searchWithKey(miss), nullptr) << miss;
   }
 }
 
-TEST(FieldDictionary, TableIsBuiltOnceAndAnswersEveryEntry) {
+TEST(FieldDictionary, TableIsBuiltOnceAndEachEntryIsFoundAndNamesAKeyOfItsRecord) {
   const auto& mapping = TAVSDKField::indexMapping();
   EXPECT_EQ(&mapping, &TAVSDKField::indexMapping());
   ASSERT_EQ(mapping.size(), 25U);
@@ -35,19 +31,17 @@ TEST(FieldDictionary, TableIsBuiltOnceAndAnswersEveryEntry) {
     names.insert(name);
     codes.insert(field->code());
     EXPECT_EQ(TAVSDKField::searchWithKey(name), field) << name;
-  }
-  EXPECT_EQ(names.size(), mapping.size());
-  EXPECT_EQ(codes.size(), mapping.size());
-}
-
-TEST(FieldDictionary, EveryCodeIsAKeyOfTheRecordItsDataTypeNames) {
-  for (const auto& [name, field] : TAVSDKField::indexMapping()) {
-    ASSERT_GE(field->dataType(), 0) << name;
-    ASSERT_LE(field->dataType(), 5) << name;
+    // An unknown data type has no keys, so this fails as well.
     const auto keys = test::keysOfDataType(field->dataType());
     EXPECT_NE(std::find(keys.begin(), keys.end(), field->code()), keys.end())
         << name << " -> " << field->code() << " is not a key of data type " << field->dataType();
+    if (name.rfind("custom_", 0) == 0) {
+      EXPECT_EQ(field->dataType(), 5) << name;
+      EXPECT_EQ(field->code(), std::string("c").append(name, 7)) << name;
+    }
   }
+  EXPECT_EQ(names.size(), mapping.size());
+  EXPECT_EQ(codes.size(), mapping.size());
 }
 
 TEST(FieldDictionary, DeliberateOwnershipSplitAndOrder) {
@@ -63,12 +57,6 @@ TEST(FieldDictionary, DeliberateOwnershipSplitAndOrder) {
   EXPECT_EQ(TAVSDKField::searchWithKey("viewer_user_id")->dataType(), 3);
   EXPECT_EQ(TAVSDKField::searchWithKey("experiment_name")->dataType(), 3);
   EXPECT_EQ(TAVSDKField::searchWithKey("video_source_url")->code(), VIDEO_SOURCE_URL__);
-  for (const auto& [name, field] : mapping) {
-    if (name.rfind("custom_", 0) == 0) {
-      EXPECT_EQ(field->dataType(), 5) << name;
-      EXPECT_EQ(field->code(), std::string("c").append(name, 7)) << name;
-    }
-  }
 }
 
 }  // namespace

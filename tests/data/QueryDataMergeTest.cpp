@@ -57,75 +57,42 @@ TEST(QueryDataMerge, ValuesNestedBeyond128LevelsAreRefusedEverywhere) {
   EXPECT_EQ(session.customData()->toQuery().size(), 1U);
 }
 
-TEST(QueryDataMerge, UpdateOverwritesButUpdateIfNullOnlyFillsGaps) {
-  TAVSDKViewData view;
-  view.update(Json{{"xid", "A"}});
-  view.update(Json{{"xid", "B"}, {"xen", "5"}});
-  EXPECT_EQ(view.get("xid"), Json("B"));
-
-  view.updateIfNull(Json{{"xid", "C"}, {"xst", "1"}});
-  EXPECT_EQ(view.get("xid"), Json("B"));
-  EXPECT_EQ(view.get("xst"), Json("1"));
-
+TEST(QueryDataMerge, UpdateOverwritesUpdateIfNullFillsGapsAndOnlyKeysRemove) {
+  TAVSDKCustomData custom;
+  custom.update(Json{{"c1", "A"}});
+  custom.update(Json{{"c1", "B"}, {"c2", "y"}});
+  EXPECT_EQ(custom.get("c1"), Json("B"));
+  custom.updateIfNull(Json{{"c1", "C"}, {"c3", "z"}});
+  EXPECT_EQ(custom.get("c1"), Json("B"));
+  EXPECT_EQ(custom.get("c3"), Json("z"));
   TAVSDKViewData empty;
   empty.updateIfNull(Json{{"xid", "C"}});
   EXPECT_EQ(empty.get("xid"), Json("C"));
-}
 
-TEST(QueryDataMerge, NullMarkerRemovesOnUpdateAndSetQueryButIsCopiedByUpdateIfNull) {
-  TAVSDKCustomData custom;
-  custom.update(Json{{"c1", "x"}, {"c2", "y"}});
+  // The null marker removes on update; a gap filled with it by updateIfNull
+  // holds it, and typed getters read it as nothing.
   custom.update(Json{{"c1", nullptr}});
   EXPECT_FALSE(custom.get("c1").has_value());
   EXPECT_EQ(custom.customData1(), std::nullopt);
   EXPECT_EQ(custom.customData2(), "y");
-
-  custom.setQuery(Json{{"c3", "z"}, {"c4", nullptr}});
-  EXPECT_EQ(custom.toQuery(), (Json{{"c3", "z"}}));
-
-  // A gap filled with the marker holds it; typed getters read it as nothing.
   custom.updateIfNull(Json{{"c5", nullptr}});
   ASSERT_TRUE(custom.get("c5").has_value());
   EXPECT_TRUE(custom.get("c5")->is_null());
   EXPECT_EQ(custom.customData5(), std::nullopt);
-}
 
-TEST(QueryDataMerge, AbsentOrNonObjectDataChangesNothingExceptSetQueryWhichEmpties) {
-  TAVSDKCustomData custom;
-  custom.update(Json{{"c1", "x"}});
-  const Json before = custom.toQuery();
+  // removeAll uses only the keys and ignores unknown ones.
+  custom.removeAll(Json{{"c3", "any value"}, {"c5", 0}, {"not-there", 1}});
+  EXPECT_EQ(custom.toQuery(), (Json{{"c2", "y"}}));
+  // Absent or non-object data changes nothing.
   custom.update(Json());
-  custom.update(Json::array({"c1"}));
+  custom.update(Json::array({"c2"}));
   custom.updateIfNull(Json());
   custom.removeAll(Json());
   custom.remove("missing");
-  EXPECT_EQ(custom.toQuery(), before);
-
-  custom.setQuery(Json());
-  EXPECT_TRUE(custom.toQuery().empty());
-}
-
-TEST(QueryDataMerge, RemoveAllUsesOnlyTheKeysAndIgnoresUnknownOnes) {
-  TAVSDKCustomData custom;
-  custom.update(Json{{"c1", "x"}, {"c2", "y"}});
-  custom.removeAll(Json{{"c1", "any value"}, {"not-there", 1}});
   EXPECT_EQ(custom.toQuery(), (Json{{"c2", "y"}}));
 }
 
-TEST(QueryDataMerge, SetQueryReplacesTheWholeContent) {
-  TAVSDKViewData view;
-  view.setViewRebufferCount(2);
-  view.setViewId("old");
-  view.setQuery(Json{{"xen", "9"}});
-  EXPECT_EQ(view.toQuery(), (Json{{"xen", "9"}}));
-  EXPECT_EQ(view.viewRebufferCount(), std::nullopt);
-
-  view.setQuery(Json::object());
-  EXPECT_TRUE(view.toQuery().empty());
-  EXPECT_EQ(view.size(), 0U);
-}
-
-TEST(QueryDataMerge, ToQueryIsAnIndependentSnapshot) {
+TEST(QueryDataMerge, ToQueryIsASnapshotAndSetQueryReplacesEverything) {
   TAVSDKViewData view;
   view.setViewId("first");
   Json snapshot = view.toQuery();
@@ -133,9 +100,20 @@ TEST(QueryDataMerge, ToQueryIsAnIndependentSnapshot) {
   view.setViewId("second");
   EXPECT_FALSE(snapshot.contains("xreco"));
   EXPECT_EQ(snapshot["xid"], "first");
-
   snapshot["xid"] = "edited";
   EXPECT_EQ(view.viewId(), "second");
+
+  // Null markers in the new content are dropped.
+  view.setQuery(Json{{"xen", "9"}, {"c4", nullptr}});
+  EXPECT_EQ(view.toQuery(), (Json{{"xen", "9"}}));
+  EXPECT_EQ(view.viewRebufferCount(), std::nullopt);
+  view.setQuery(Json::object());
+  EXPECT_TRUE(view.toQuery().empty());
+  EXPECT_EQ(view.size(), 0U);
+  // Unlike the merges, absent data empties the record.
+  view.setQuery(Json{{"xen", "9"}});
+  view.setQuery(Json());
+  EXPECT_TRUE(view.toQuery().empty());
 }
 
 template <class Record>

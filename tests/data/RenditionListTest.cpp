@@ -9,8 +9,9 @@
 namespace tav {
 namespace {
 
-TEST(RenditionList, StoresNumbersAsGivenAndLeavesAbsentOnesOut) {
+TEST(RenditionList, StoresNumbersAsGivenEmptyListsTooAndNulloptRemoves) {
   TAVSDKBandwidthMetricData request;
+  EXPECT_TRUE(request.requestRenditionLists().empty());
   const std::vector<Rendition> renditions{Rendition(640, 360, 800000),
                                           Rendition(1280, 720, std::nullopt)};
   request.setRequestRenditionLists(renditions);
@@ -24,20 +25,13 @@ TEST(RenditionList, StoresNumbersAsGivenAndLeavesAbsentOnesOut) {
   // Numbers, not their text (equality alone would not tell 640 from 640.0).
   EXPECT_TRUE((*stored)["media"][0]["width"].is_number_integer());
   EXPECT_TRUE((*stored)["media"][0]["bitrate"].is_number_integer());
-
   EXPECT_EQ(request.requestRenditionLists(), renditions);
   EXPECT_FALSE(request.requestRenditionLists()[1].bitrate().has_value());
-}
-
-TEST(RenditionList, EmptyListIsStoredAndNulloptRemoves) {
-  TAVSDKBandwidthMetricData request;
-  EXPECT_TRUE(request.requestRenditionLists().empty());
 
   request.setRequestRenditionLists(std::vector<Rendition>{});
   EXPECT_EQ(request.get(REQUEST_RENDITION_LISTS), (Json{{"media", Json::array()}}));
   EXPECT_TRUE(request.requestRenditionLists().empty());
-
-  request.setRequestRenditionLists(std::vector<Rendition>{Rendition(1, 2, 3)});
+  request.setRequestRenditionLists(renditions);
   request.setRequestRenditionLists(std::nullopt);
   EXPECT_FALSE(request.get(REQUEST_RENDITION_LISTS).has_value());
   EXPECT_TRUE(request.requestRenditionLists().empty());

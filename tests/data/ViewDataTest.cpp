@@ -8,7 +8,7 @@
 namespace tav {
 namespace {
 
-TEST(ViewDeviceOrientation, ZOnlyFormIsStoredNestedUnderItsKey) {
+TEST(ViewDeviceOrientation, ZOnlyFormIsStoredNestedAndMissingValuesReadAsZero) {
   const auto orientation = TAVSDKViewDeviceOrientationData::initWithZ(Json(90));
   const Json expected{{"x", 0.0}, {"y", 0.0}, {"z", 90}};
   EXPECT_EQ(orientation->toQuery(), expected);
@@ -26,15 +26,10 @@ TEST(ViewDeviceOrientation, ZOnlyFormIsStoredNestedUnderItsKey) {
 
   view.setViewDeviceOrientationData(nullptr);
   EXPECT_FALSE(view.get(VIEW_DEVICE_ORIENTATION).has_value());
-}
-
-TEST(ViewDeviceOrientation, MissingValuesReadAsZero) {
-  const TAVSDKViewData view;
-  const auto read = view.viewDeviceOrientationData();
-  ASSERT_NE(read, nullptr);
-  EXPECT_EQ(read->x(), Json(0.0));
-  EXPECT_EQ(read->y(), Json(0.0));
-  EXPECT_EQ(read->z(), Json(0.0));
+  // Missing values read as zero.
+  const auto absent = view.viewDeviceOrientationData();
+  ASSERT_NE(absent, nullptr);
+  EXPECT_EQ(absent->toQuery(), (Json{{"x", 0.0}, {"y", 0.0}, {"z", 0.0}}));
 
   TAVSDKViewData partial;
   partial.update(Json{{VIEW_DEVICE_ORIENTATION, Json{{"y", -45.5}}}});
