@@ -111,20 +111,22 @@ TEST_F(RequestMetricsViewTest, SegmentSequenceGivesThroughputAndLatencyFigures) 
             text(bps(100'000, 700)));
 }
 
-TEST_F(RequestMetricsViewTest, UnusableRequestsCountForNothing) {
+TEST_F(RequestMetricsViewTest, UnusableFailedAndCanceledRequestsCountForNothing) {
   startView();
-  const std::vector<Request> unusable{
-      {1000, 1100, std::nullopt, 5000},          // no end
-      {std::nullopt, std::nullopt, 1600, 5000},  // neither start
-      {1000, 1100, 1600, 0},                     // no bytes
-      {1000, 1100, 1600, std::nullopt},          // bytes unknown
-      {1000, 1600, 1600, 5000},                  // ends at its response start
-      {1000, 1700, 1600, 5000},                  // ends before it
+  const std::vector<std::pair<Request, std::string>> unusable{
+      {{1000, 1100, std::nullopt, 5000}, "requestcompleted"},          // no end
+      {{std::nullopt, std::nullopt, 1600, 5000}, "requestcompleted"},  // neither start
+      {{1000, 1100, 1600, 0}, "requestcompleted"},                     // no bytes
+      {{1000, 1100, 1600, std::nullopt}, "requestcompleted"},          // bytes unknown
+      {{1000, 1600, 1600, 5000}, "requestcompleted"},                  // ends at its response start
+      {{1000, 1700, 1600, 5000}, "requestcompleted"},                  // ends before it
+      {{1000, 1100, 1600, 5000}, "requestfailed"},
+      {{1000, 1100, 1600, 5000}, "requestcanceled"},
   };
-  for (const auto& r : unusable) {
-    const Json& q = report(r);
+  for (const auto& [r, type] : unusable) {
+    const Json& q = report(r, type);
     for (const char* key : kRequestKeys)
-      EXPECT_FALSE(q.contains(key)) << key;
+      EXPECT_FALSE(q.contains(key)) << type << " " << key;
   }
   // None of them entered the totals or the latency divisor.
   const Json& q = report({2000, 2040, 2440, 20'000});
@@ -133,21 +135,7 @@ TEST_F(RequestMetricsViewTest, UnusableRequestsCountForNothing) {
   EXPECT_DOUBLE_EQ(number(q, VIEW_AVERAGE_REQUEST_LATENCY), 40.0);
 }
 
-TEST_F(RequestMetricsViewTest, FailedAndCanceledRequestsReportNothing) {
-  startView();
-  const Json& f = report({1000, 1100, 1600, 5000}, "requestfailed");
-  for (const char* key : kRequestKeys)
-    EXPECT_FALSE(f.contains(key)) << key;
-  const Json& c = report({1000, 1100, 1600, 5000}, "requestcanceled");
-  for (const char* key : kRequestKeys)
-    EXPECT_FALSE(c.contains(key)) << key;
-  // A completed one afterwards is the first in the figures.
-  const Json& q = report({2000, 2100, 2300, 10'000});
-  EXPECT_EQ(q.at(VIEW_AVERAGE_REQUEST_THROUGHPUT), text(bps(10'000, 200)));
-  EXPECT_DOUBLE_EQ(number(q, VIEW_AVERAGE_REQUEST_LATENCY), 100.0);
-}
-
-TEST_F(RequestMetricsViewTest, ViewFiguresAreReadBackAsTheirIntegers) {
+TEST_F(RequestMetricsViewTest, ViewFiguresAreReadBackAsTheirIntegersAndStartAfreshPerView) {
   startView();
   // The integration's own view figures merge into the view record first: a
   // maximum latency with a fraction is read back truncated and the new
@@ -161,18 +149,14 @@ TEST_F(RequestMetricsViewTest, ViewFiguresAreReadBackAsTheirIntegers) {
   EXPECT_EQ(q.at(VIEW_MIN_REQUEST_THROUGHPUT), text(1'000'000));
   EXPECT_EQ(q.at(VIEW_AVERAGE_REQUEST_THROUGHPUT), text(bps(500'000, 500)));
   EXPECT_DOUBLE_EQ(number(q, VIEW_AVERAGE_REQUEST_LATENCY), 100.0);
-}
-
-TEST_F(RequestMetricsViewTest, FiguresStartAfreshInTheNextView) {
-  startView();
-  report({1000, 1100, 1600, 50'000});
   report({2000, 2500, 2600, 50'000});
+
   startView();
-  const Json& q = report({3000, 3020, 3120, 400'000});
-  EXPECT_EQ(q.at(VIEW_MIN_REQUEST_THROUGHPUT), text(bps(400'000, 100)));
-  EXPECT_EQ(q.at(VIEW_AVERAGE_REQUEST_THROUGHPUT), text(bps(400'000, 100)));
-  EXPECT_EQ(q.at(VIEW_MAX_REQUEST_LATENCY), text(3020 - 3000));
-  EXPECT_DOUBLE_EQ(number(q, VIEW_AVERAGE_REQUEST_LATENCY), 20.0);
+  const Json& fresh = report({3000, 3020, 3120, 400'000});
+  EXPECT_EQ(fresh.at(VIEW_MIN_REQUEST_THROUGHPUT), text(bps(400'000, 100)));
+  EXPECT_EQ(fresh.at(VIEW_AVERAGE_REQUEST_THROUGHPUT), text(bps(400'000, 100)));
+  EXPECT_EQ(fresh.at(VIEW_MAX_REQUEST_LATENCY), text(3020 - 3000));
+  EXPECT_DOUBLE_EQ(number(fresh, VIEW_AVERAGE_REQUEST_LATENCY), 20.0);
 }
 
 TEST(RequestMetricsTrackerTest, UnreportedCountersAndRequestsOutsideAView) {

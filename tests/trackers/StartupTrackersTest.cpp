@@ -1,5 +1,6 @@
 // Time to first frame and scaling through the facade with the virtual clock:
-// the watch time at the first content or pre-roll frame, and the up- and
+// the watch time at the first content or pre-roll frame (and where the
+// pre-roll position ends for it and for ad requests), and the up- and
 // down-scaling of the source into the player, weighted by content time.
 
 #include <algorithm>
@@ -106,7 +107,6 @@ TEST_F(StartupViewTest, PrerollAfterABriefContentStartReplacesTheTimeForGood) {
   const Json& q = last("adplaying");
   EXPECT_EQ(q.at(VIEW_PLAYING_TIME), text(2 * kTick));
   EXPECT_EQ(q.at(VIEW_TIME_TO_FIRST_FRAME), text(adFrame - play));
-  EXPECT_EQ(adFrame - play, 1800);
 
   // A second pre-roll ad and the content's return keep the pre-roll's value.
   ticks(8, 0);
@@ -125,22 +125,28 @@ TEST_F(StartupViewTest, PrerollAfterABriefContentStartReplacesTheTimeForGood) {
   EXPECT_EQ(last("playing").at(VIEW_TIME_TO_FIRST_FRAME), text(adFrame - play));
 }
 
-TEST_F(StartupViewTest, ExactlyOneSecondOfContentStillCountsAsBeforeTheContent) {
-  // More than 1000 ms of content makes an ad a mid-roll; exactly 1000 does not.
-  for (const std::int64_t contentMs : {std::int64_t{1000}, std::int64_t{1250}}) {
+TEST_F(StartupViewTest, OneSecondOfContentEndsThePrerollPositionButNotTheStartUp) {
+  // Less than 1000 ms of content makes an ad request a pre-roll one, exactly
+  // 1000 does not; yet only more than 1000 ms makes an ad's first frame a mid-roll's.
+  for (const std::int64_t contentMs : {750, 1000, 1250}) {
     const std::int64_t play = initAndPlay();
     advance(500);
     emit<TAVSDKPlayingEvent>();
     const std::int64_t atPlaying = clock->now() - play;
     ticks(static_cast<int>(contentMs / kTick));
     emit<TAVSDKAdBreakStartEvent>();
+    emit<TAVSDKAdRequestEvent>();
+    const Json& request = last("adrequest");
+    ASSERT_EQ(request.at(VIEW_PLAYING_TIME), text(contentMs));
+    EXPECT_EQ(request.at(VIEW_AD_REQUEST_COUNT), "1");
+    EXPECT_EQ(request.contains(VIEW_PREROLL_REQUESTED), contentMs < 1000) << contentMs;
+    EXPECT_EQ(request.contains(VIEW_PREROLL_REQUEST_COUNT), contentMs < 1000) << contentMs;
     emit<TAVSDKAdPlayEvent>();
     advance(400);
     const std::int64_t atAdFrame = clock->now() - play;
     emit<TAVSDKAdPlayingEvent>();
-    const Json& q = last("adplaying");
-    ASSERT_EQ(q.at(VIEW_PLAYING_TIME), text(contentMs));
-    EXPECT_EQ(q.at(VIEW_TIME_TO_FIRST_FRAME), text(contentMs == 1000 ? atAdFrame : atPlaying))
+    EXPECT_EQ(last("adplaying").at(VIEW_TIME_TO_FIRST_FRAME),
+              text(contentMs <= 1000 ? atAdFrame : atPlaying))
         << contentMs << " ms of content";
   }
 }
