@@ -40,7 +40,70 @@ Scan scan(const nlohmann::json& value, std::size_t limit) {
   return found;
 }
 
+// Checks `value` as a part `level` levels below the top of a JSON text.
+bool checked(const nlohmann::json& value, std::size_t level, TAVSDKJsonError* error) {
+  const Scan found = scan(value, kMaxBatchJsonDepth - level);
+  if (found.tooDeep) {
+    if (error != nullptr) *error = tooDeepError();
+    return false;
+  }
+  if (found.nonFinite) {
+    if (error != nullptr) {
+      *error = {kJsonErrorDomain, kNonFiniteNumberCode, "non-finite number in JSON text"};
+    }
+    return false;
+  }
+  return true;
+}
+
+// Appends `"key": value` as a member of a top-level object (indent 2).
+bool appendMember(std::string& out, const std::string& key, const nlohmann::json& value,
+                  TAVSDKJsonError* error) {
+  if (!checked(value, 1, error)) return false;
+  try {
+    nlohmann::detail::serializer<nlohmann::json> writer(
+        nlohmann::detail::output_adapter<char>(out), ' ', nlohmann::json::error_handler_t::strict);
+    out += "  ";
+    writer.dump(nlohmann::json(key), false, false, 0);
+    out += ": ";
+    writer.dump(value, true, false, 2, 2);
+    return true;
+  } catch (const nlohmann::json::exception& e) {
+    if (error != nullptr) *error = {kJsonErrorDomain, e.id, e.what()};
+    return false;
+  }
+}
+
 }  // namespace
+
+std::optional<ObjectText> toObjectTextAround(const nlohmann::json& object, const std::string& key,
+                                             TAVSDKJsonError* error) {
+  if (!object.is_object()) {
+    if (error != nullptr) *error = {kJsonErrorDomain, 2, "batch is not a JSON object"};
+    return std::nullopt;
+  }
+  ObjectText text{"{\n", ""};
+  for (const auto& [name, value] : object.get_ref<const nlohmann::json::object_t&>()) {
+    if (name == key) continue;
+    // Members are in key order: the skipped member's place splits them.
+    if (name < key) {
+      if (!appendMember(text.before, name, value, error)) return std::nullopt;
+      text.before += ",\n";
+    } else {
+      text.after += ",\n";
+      if (!appendMember(text.after, name, value, error)) return std::nullopt;
+    }
+  }
+  text.after += "\n}";
+  return text;
+}
+
+std::optional<std::string> memberText(const std::string& key, const nlohmann::json& value,
+                                      TAVSDKJsonError* error) {
+  std::string out;
+  if (!appendMember(out, key, value, error)) return std::nullopt;
+  return out;
+}
 
 TAVSDKJsonError tooDeepError() {
   return {kJsonErrorDomain, kTooDeepCode, "JSON nested too deeply"};

@@ -171,7 +171,7 @@ void TAVSDKDispatcher::scheduleHttp(const std::shared_ptr<HttpUserInfo>& info) {
 
 void TAVSDKDispatcher::executeHttp(const std::shared_ptr<HttpUserInfo>& info) {
   if (!info) return;
-  auto request = buildRequestInPlace(info->url, info->eventsJsonDict, nullptr);
+  auto request = buildAttempt(*info);
   if (!request) {
     info->failureCount = 0;
     if (info->callback) info->callback->onComplete(std::nullopt);
@@ -186,6 +186,8 @@ void TAVSDKDispatcher::executeHttp(const std::shared_ptr<HttpUserInfo>& info) {
           if (self) self->setRoundTripLastSucceeded(false);
           if (info->failureCount < kMaxRetries) {
             info->failureCount += 1;
+            // A batch waiting for a retry holds only its text.
+            if (info->keptAsText) info->eventsJsonDict = Json();
             if (self) self->scheduleHttp(info);
           } else {
             info->failureCount = 0;
@@ -246,11 +248,39 @@ std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildRequestInPlace(
   std::swap(slot, metadata);
   if (!hadMetadata) eventsJsonDict.erase(kMetadata);
   if (!body) return std::nullopt;
+  return postRequest(url, std::move(*body));
+}
+
+std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildAttempt(HttpUserInfo& info) const {
+  if (!info.keptAsText) {
+    // The same checks and text as buildRequestInPlace, made once: the events do
+    // not change between attempts, only the metadata does.
+    const auto own = info.eventsJsonDict.is_object() ? info.eventsJsonDict.find(kMetadata)
+                                                     : info.eventsJsonDict.end();
+    const bool hasOwn = own != info.eventsJsonDict.end();
+    if (hasOwn && detail::jsonDeeperThan(*own, detail::kMaxBatchJsonDepth - 1)) return std::nullopt;
+    auto text = detail::toObjectTextAround(info.eventsJsonDict, kMetadata, nullptr);
+    if (!text) return std::nullopt;
+    info.ownMetadata = hasOwn ? std::move(*own) : Json();
+    info.textBeforeMetadata = std::move(text->before);
+    info.textAfterMetadata = std::move(text->after);
+    info.keptAsText = true;
+  }
+  const Json metadata = metadataFrom(info.ownMetadata.is_null() ? nullptr : &info.ownMetadata);
+  auto member = detail::memberText(kMetadata, metadata, nullptr);
+  if (!member) return std::nullopt;
+  std::string body;
+  body.reserve(info.textBeforeMetadata.size() + member->size() + info.textAfterMetadata.size());
+  body.append(info.textBeforeMetadata).append(*member).append(info.textAfterMetadata);
+  return postRequest(info.url, std::move(body));
+}
+
+TAVSDKHttpRequest TAVSDKDispatcher::postRequest(const std::string& url, std::string body) const {
   TAVSDKHttpRequest request;
   request.method = "POST";
   request.url = url;
   request.headers = {{"Content-Type", "application/json"}, {"Accept-Encoding", "gzip"}};
-  request.body = std::move(*body);
+  request.body = std::move(body);
   request.timeout = requestTimeout();
   return request;
 }
@@ -263,7 +293,11 @@ TAVSDKDispatcher::Json TAVSDKDispatcher::addMetadata(const Json& body) const {
 
 TAVSDKDispatcher::Json TAVSDKDispatcher::metadataFor(const Json& body) const {
   const auto existing = body.find(kMetadata);
-  Json metadata = existing != body.end() && existing->is_object() ? *existing : Json::object();
+  return metadataFrom(existing != body.end() ? &*existing : nullptr);
+}
+
+TAVSDKDispatcher::Json TAVSDKDispatcher::metadataFrom(const Json* existing) const {
+  Json metadata = existing != nullptr && existing->is_object() ? *existing : Json::object();
   metadata[kTransmissionTimestamp] = _currentTime.now();
   if (roundTripLastSucceeded()) {
     metadata[kRoundTripTime] = roundTripLastCompletedTimeElapsed();

@@ -103,6 +103,11 @@ TEST_F(TransportDispatcher, EveryBatchFormPostsToTheUrlOfItsKeyAndDomains) {
 TEST_F(TransportDispatcher, AttemptPostsPrettyPrintedBatchWithFreshMetadata) {
   Json batch = oneBeaconBatch();
   batch["metadata"] = {{"app", "kept"}, {"rtt_ms", 7}};
+  // Members on both sides of "metadata", nested and non-ASCII values: the body is
+  // written from text kept between attempts and must match a whole-tree dump.
+  batch["after"] = {{"zz", {{"list", {1, 2.5, "\u00e9t\u00e9"}}, {"empty", Json::object()}}}};
+  batch["zz"] = Json::array();
+  batch["events"][0]["title"] = "caf\u00e9 \"quoted\"";
   dispatcher->handleBatchOsFamilyWithJsonWithCallback("abc123", "ios", batch.dump(), callback);
   clock->advance(1500);  // the timestamp is taken when the attempt runs
   ASSERT_EQ(timers->runDue(), 1U);
@@ -116,9 +121,10 @@ TEST_F(TransportDispatcher, AttemptPostsPrettyPrintedBatchWithFreshMetadata) {
                                                               {"Accept-Encoding", "gzip"}}));
   EXPECT_EQ(request.timeout, Seconds(60));
   EXPECT_NE(request.body.find("\n  \""), std::string::npos) << "pretty-printed: " << request.body;
+  EXPECT_EQ(request.body, dispatcher->addMetadata(batch).dump(2));
 
   const Json body = Json::parse(request.body);
-  EXPECT_EQ(keysOf(body), (std::set<std::string>{"events", "metadata"}));
+  EXPECT_EQ(keysOf(body), (std::set<std::string>{"after", "events", "metadata", "zz"}));
   EXPECT_EQ(body["events"], batch["events"]);
   EXPECT_EQ(body["metadata"]["app"], "kept");
   EXPECT_EQ(body["metadata"]["transmission_timestamp"], kStart + 1500);
@@ -130,6 +136,7 @@ TEST_F(TransportDispatcher, AttemptPostsPrettyPrintedBatchWithFreshMetadata) {
   clock->advance(500);
   timers->advance(Seconds(10000));
   ASSERT_EQ(http->count(), 2U);
+  EXPECT_EQ(http->request(1).body, dispatcher->addMetadata(batch).dump(2));
   const Json retry = http->body(1);
   EXPECT_EQ(retry["events"], batch["events"]);
   EXPECT_EQ(retry["metadata"], (Json{{"app", "kept"}, {"transmission_timestamp", kStart + 2000}}));
@@ -149,6 +156,7 @@ TEST_F(TransportDispatcher, FailedAttemptsBackOffInSecondsAndGiveUpAfterFive) {
   info->eventsJsonDict = oneBeaconBatch();
   info->callback = callback;
   dispatcher->scheduleHttp(info);
+  const Json events = oneBeaconBatch()["events"];
 
   // trunc(2^(n-1) * 0.5 + 1) * 5000, armed as seconds.
   const std::vector<Seconds> delays = {Seconds(0), Seconds(5000), Seconds(10000), Seconds(15000),
@@ -163,7 +171,7 @@ TEST_F(TransportDispatcher, FailedAttemptsBackOffInSecondsAndGiveUpAfterFive) {
     ASSERT_EQ(timers->advance(Ms(1)), 1U);
     ASSERT_EQ(http->count(), attempt + 1);
     const Json body = http->body(attempt);
-    EXPECT_EQ(body["events"], info->eventsJsonDict["events"]);
+    EXPECT_EQ(body["events"], events);
     EXPECT_GT(body["metadata"]["transmission_timestamp"].get<std::int64_t>(), lastTimestamp);
     EXPECT_FALSE(body["metadata"].contains("rtt_ms"));
     lastTimestamp = body["metadata"]["transmission_timestamp"].get<std::int64_t>();

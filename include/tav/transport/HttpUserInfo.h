@@ -20,7 +20,16 @@ class HttpUserInfo {
   /// Target of every attempt.
   std::string url;
   /// The batch as the queue built it: the object with "events", without "metadata".
+  /// The first attempt turns it into text (below); a failed attempt empties it.
   nlohmann::json eventsJsonDict;
+  /// Set by the first attempt: the batch's JSON text before and after the place
+  /// of its "metadata" member, and that member as the batch had it (null when
+  /// none). Each attempt writes the metadata between the two; a batch waiting
+  /// for a retry holds this text rather than the JSON tree.
+  bool keptAsText = false;
+  std::string textBeforeMetadata;
+  std::string textAfterMetadata;
+  nlohmann::json ownMetadata;
   /// Told once when the batch is finished (may be empty: nobody is told).
   std::shared_ptr<TAVSDKBatchCallback> callback;
 };

@@ -161,6 +161,11 @@ class TAVSDKDispatcher : public std::enable_shared_from_this<TAVSDKDispatcher> {
                                                                      TAVSDKJsonError* error) const;
   /// The "metadata" object that addMetadata puts into `body`.
   [[nodiscard]] Json metadataFor(const Json& body) const;
+  /// The same from the batch's own "metadata" member (nullptr when none).
+  [[nodiscard]] Json metadataFrom(const Json* existing) const;
+  /// One attempt's request for `info`; the first attempt keeps the batch as text.
+  [[nodiscard]] std::optional<TAVSDKHttpRequest> buildAttempt(HttpUserInfo& info) const;
+  [[nodiscard]] TAVSDKHttpRequest postRequest(const std::string& url, std::string body) const;
 
   std::atomic<bool> _roundTripLastSucceeded{false};
   TAVSDKClockSlot _currentTime;
