@@ -1,5 +1,7 @@
 #include "tav/transport/TAVSDKEventQueue.h"
 
+#include <typeinfo>
+
 #include "tav/data/TAVSDKViewData.h"
 #include "tav/events/TAVSDKTrackableEvent.h"
 #include "tav/transport/TAVSDKDispatcher.h"
@@ -206,6 +208,12 @@ void TAVSDKEventQueue::deduplicateBeaconData(TAVSDKTrackableEvent& event) {
 
 void TAVSDKEventQueue::handleRecords(const std::shared_ptr<TAVSDKTrackableEvent>& event) {
   if (!event) return;
+  if (typeid(*this) != typeid(TAVSDKEventQueue)) {
+    // A derived queue may override handle and read the merged event there.
+    event->updateAll();
+    handle(event);
+    return;
+  }
   if (_rateLimited) {
     event->updateAll();
     return;

@@ -216,6 +216,25 @@ TEST_F(TransportEventQueue, OnePassMergeSendsWhatMergeThenDeduplicateSends) {
     previousSize = expected.size();
   }
   EXPECT_GE(shorter, 2U) << "de-duplication took effect";
+
+  // A derived queue that overrides handle is handed the merged event.
+  struct Peeking : TAVSDKEventQueue {
+    void handle(const std::shared_ptr<TAVSDKBaseEvent>& event) override {
+      seen = std::static_pointer_cast<TAVSDKTrackableEvent>(event)->query()->toQuery();
+      TAVSDKEventQueue::handle(event);
+    }
+    Json seen;
+  };
+  auto peeking = std::make_shared<Peeking>();
+  peeking->setDispatcher(nullptr);
+  auto view = std::make_shared<TAVSDKViewData>();
+  view->setViewId("V2");
+  view->update(kViewBeacon);
+  auto event = std::make_shared<TAVSDKTrackableEvent>("play");
+  event->setViewData(view);
+  peeking->handleRecords(event);
+  EXPECT_EQ(peeking->seen, view->toQuery());
+  EXPECT_EQ(peeking->pendingCount(), 1U);
 }
 
 TEST_F(TransportEventQueue, MemoryRestartsOnViewStartViewEndAndTenMinutesOfSilence) {

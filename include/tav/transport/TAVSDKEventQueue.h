@@ -70,7 +70,8 @@ class TAVSDKEventQueue : public TAVSDKEventHandling,
   void deduplicateBeaconData(TAVSDKTrackableEvent& event);
   /// `handle` for an event whose records are not merged into its query yet:
   /// merges them (`updateAll`) and de-duplicates in one pass that copies only
-  /// the pairs sent. The pipeline's path; the beacon is the same.
+  /// the pairs sent. The pipeline's path; the beacon is the same. An object of
+  /// a derived class calls `updateAll` and then its `handle` instead.
   void handleRecords(const std::shared_ptr<TAVSDKTrackableEvent>& event);
 
   [[nodiscard]] std::shared_ptr<TAVSDKTiming> currentTime() const { return _currentTime.get(); }
