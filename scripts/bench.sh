@@ -93,7 +93,7 @@ for key, name in (("timeupdate", "BM_EventTimeupdate"), ("pauseplay", "BM_EventP
 attempt, dump = per_second("BM_AttemptSerialisesBatch300"), per_second("BM_NlohmannDumpBatch300")
 f["serialise_mbps"], f["dump_mbps"] = attempt, dump
 f["memcpy_mbps"] = per_second("BM_MemcpyBatch300")
-f["serialise_ratio"] = dump / attempt if attempt and dump else None
+f["serialise_ratio"] = counter("BM_SerialiseRatioBatch300", "ratio")
 f["mem_idle_player"] = counter("BM_MemoryIdlePlayer", "bytes")
 f["mem_started_view"] = counter("BM_MemoryStartedView", "bytes")
 f["mem_queue_3600"] = counter("BM_MemoryQueue3600", "bytes")

@@ -186,8 +186,7 @@ void TAVSDKDispatcher::executeHttp(const std::shared_ptr<HttpUserInfo>& info) {
           if (self) self->setRoundTripLastSucceeded(false);
           if (info->failureCount < kMaxRetries) {
             info->failureCount += 1;
-            // A batch waiting for a retry holds only its text.
-            if (info->keptAsText) info->eventsJsonDict = Json();
+            keepAsText(*info);  // a batch waiting for a retry holds only its text
             if (self) self->scheduleHttp(info);
           } else {
             info->failureCount = 0;
@@ -252,20 +251,7 @@ std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildRequestInPlace(
 }
 
 std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildAttempt(HttpUserInfo& info) const {
-  if (!info.keptAsText) {
-    // The same checks and text as buildRequestInPlace, made once: the events do
-    // not change between attempts, only the metadata does.
-    const auto own = info.eventsJsonDict.is_object() ? info.eventsJsonDict.find(kMetadata)
-                                                     : info.eventsJsonDict.end();
-    const bool hasOwn = own != info.eventsJsonDict.end();
-    if (hasOwn && detail::jsonDeeperThan(*own, detail::kMaxBatchJsonDepth - 1)) return std::nullopt;
-    auto text = detail::toObjectTextAround(info.eventsJsonDict, kMetadata, nullptr);
-    if (!text) return std::nullopt;
-    info.ownMetadata = hasOwn ? std::move(*own) : Json();
-    info.textBeforeMetadata = std::move(text->before);
-    info.textAfterMetadata = std::move(text->after);
-    info.keptAsText = true;
-  }
+  if (!info.keptAsText) return buildRequestInPlace(info.url, info.eventsJsonDict, nullptr);
   const Json metadata = metadataFrom(info.ownMetadata.is_null() ? nullptr : &info.ownMetadata);
   auto member = detail::memberText(kMetadata, metadata, nullptr);
   if (!member) return std::nullopt;
@@ -273,6 +259,20 @@ std::optional<TAVSDKHttpRequest> TAVSDKDispatcher::buildAttempt(HttpUserInfo& in
   body.reserve(info.textBeforeMetadata.size() + member->size() + info.textAfterMetadata.size());
   body.append(info.textBeforeMetadata).append(*member).append(info.textAfterMetadata);
   return postRequest(info.url, std::move(body));
+}
+
+void TAVSDKDispatcher::keepAsText(HttpUserInfo& info) {
+  if (info.keptAsText || !info.eventsJsonDict.is_object()) return;
+  // The attempt that failed wrote the same tree, so this cannot fail; if it
+  // did, the tree would simply stay.
+  auto text = detail::toObjectTextAround(info.eventsJsonDict, kMetadata, nullptr);
+  if (!text) return;
+  const auto own = info.eventsJsonDict.find(kMetadata);
+  info.ownMetadata = own != info.eventsJsonDict.end() ? std::move(*own) : Json();
+  info.textBeforeMetadata = std::move(text->before);
+  info.textAfterMetadata = std::move(text->after);
+  info.eventsJsonDict = Json();
+  info.keptAsText = true;
 }
 
 TAVSDKHttpRequest TAVSDKDispatcher::postRequest(const std::string& url, std::string body) const {

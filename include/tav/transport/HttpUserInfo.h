@@ -20,12 +20,12 @@ class HttpUserInfo {
   /// Target of every attempt.
   std::string url;
   /// The batch as the queue built it: the object with "events", without "metadata".
-  /// The first attempt turns it into text (below); a failed attempt empties it.
+  /// Emptied when the batch is kept as text (below).
   nlohmann::json eventsJsonDict;
-  /// Set by the first attempt: the batch's JSON text before and after the place
-  /// of its "metadata" member, and that member as the batch had it (null when
-  /// none). Each attempt writes the metadata between the two; a batch waiting
-  /// for a retry holds this text rather than the JSON tree.
+  /// Set when an attempt fails and a retry is armed: the batch's JSON text
+  /// before and after the place of its "metadata" member, and that member as
+  /// the batch had it (null when none). A batch waiting for a retry holds this
+  /// text instead of the JSON tree; each retry writes fresh metadata between.
   bool keptAsText = false;
   std::string textBeforeMetadata;
   std::string textAfterMetadata;

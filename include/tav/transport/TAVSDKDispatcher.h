@@ -111,6 +111,9 @@ class TAVSDKDispatcher : public std::enable_shared_from_this<TAVSDKDispatcher> {
   /// One attempt: builds the request (dropping the batch when it cannot be
   /// serialised) and starts it; the completion retries or tells the callback.
   void executeHttp(const std::shared_ptr<HttpUserInfo>& info);
+  /// Turns a batch that waits for a retry into text and releases its JSON tree
+  /// (what a failed attempt does; nothing when it is text already).
+  static void keepAsText(HttpUserInfo& info);
   /// 0 for the first attempt, else trunc(2^(n-1) * r / 2147483647.0 + 1.0) * 5000
   /// with n failures and r the next std::rand value taken through single precision.
   [[nodiscard]] std::int64_t getNextBeaconTime(const HttpUserInfo& info) const;
@@ -163,7 +166,8 @@ class TAVSDKDispatcher : public std::enable_shared_from_this<TAVSDKDispatcher> {
   [[nodiscard]] Json metadataFor(const Json& body) const;
   /// The same from the batch's own "metadata" member (nullptr when none).
   [[nodiscard]] Json metadataFrom(const Json* existing) const;
-  /// One attempt's request for `info`; the first attempt keeps the batch as text.
+  /// One attempt's request for `info`, from its JSON tree or, once it waits
+  /// for a retry, from its text.
   [[nodiscard]] std::optional<TAVSDKHttpRequest> buildAttempt(HttpUserInfo& info) const;
   [[nodiscard]] TAVSDKHttpRequest postRequest(const std::string& url, std::string body) const;
 
