@@ -178,6 +178,7 @@ TEST_F(TransportDispatcher, FailedAttemptsBackOffInSecondsAndGiveUpAfterFive) {
     clock->advance(1000);
     http->fail(attempt);
     EXPECT_FALSE(dispatcher->roundTripLastSucceeded());
+    EXPECT_TRUE(info->eventsJsonDict.is_null()) << "a waiting batch keeps only its text";
     if (attempt + 1 < delays.size()) {
       EXPECT_EQ(info->failureCount, static_cast<std::int64_t>(attempt + 1));
       EXPECT_TRUE(callback->results().empty()) << "not told before the last attempt";
