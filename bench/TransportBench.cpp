@@ -125,36 +125,38 @@ Json sampleBatch() {
   return batch;
 }
 
+// A dispatcher whose attempts end at once, and a 300-beacon batch for it.
+struct AttemptRig {
+  std::shared_ptr<NullHttpClient> http = std::make_shared<NullHttpClient>();
+  std::shared_ptr<tav::TAVSDKDispatcher> dispatcher =
+      std::make_shared<tav::TAVSDKDispatcher>(http, std::make_shared<DroppingScheduler>());
+  std::shared_ptr<tav::HttpUserInfo> info = [] {
+    auto batch = std::make_shared<tav::HttpUserInfo>();
+    batch->url = "https://h";
+    batch->eventsJsonDict = sampleBatch();
+    return batch;
+  }();
+};
+
 // A batch's first attempt on the transport worker: the body of a 300-beacon
 // batch (checked, pretty-printed, metadata added) handed to the HTTP client.
 void BM_AttemptSerialisesBatch300(benchmark::State& state) {
-  auto http = std::make_shared<NullHttpClient>();
-  auto dispatcher =
-      std::make_shared<tav::TAVSDKDispatcher>(http, std::make_shared<DroppingScheduler>());
-  auto info = std::make_shared<tav::HttpUserInfo>();
-  info->url = "https://h";
-  info->eventsJsonDict = sampleBatch();
+  AttemptRig rig;
   for (auto _ : state)
-    dispatcher->executeHttp(info);
+    rig.dispatcher->executeHttp(rig.info);
   state.SetItemsProcessed(state.iterations() * kBatch);
-  state.SetBytesProcessed(static_cast<std::int64_t>(http->bytes));
+  state.SetBytesProcessed(static_cast<std::int64_t>(rig.http->bytes));
 }
 BENCHMARK(BM_AttemptSerialisesBatch300);
 
 // A retry of the same batch: the kept text with fresh metadata.
 void BM_RetrySerialisesBatch300(benchmark::State& state) {
-  auto http = std::make_shared<NullHttpClient>();
-  auto dispatcher =
-      std::make_shared<tav::TAVSDKDispatcher>(http, std::make_shared<DroppingScheduler>());
-  auto info = std::make_shared<tav::HttpUserInfo>();
-  info->url = "https://h";
-  info->eventsJsonDict = sampleBatch();
-  tav::TAVSDKDispatcher::keepAsText(*info);  // what a failed attempt does
-  http->bytes = 0;
+  AttemptRig rig;
+  tav::TAVSDKDispatcher::keepAsText(*rig.info);  // what a failed attempt does
   for (auto _ : state)
-    dispatcher->executeHttp(info);
+    rig.dispatcher->executeHttp(rig.info);
   state.SetItemsProcessed(state.iterations() * kBatch);
-  state.SetBytesProcessed(static_cast<std::int64_t>(http->bytes));
+  state.SetBytesProcessed(static_cast<std::int64_t>(rig.http->bytes));
 }
 BENCHMARK(BM_RetrySerialisesBatch300);
 
@@ -177,12 +179,7 @@ BENCHMARK(BM_NlohmannDumpBatch300);
 // taken turn about in one loop so that a shared machine's changing speed and
 // the caches weigh on both alike. Counter "ratio": attempt time / dump time.
 void BM_SerialiseRatioBatch300(benchmark::State& state) {
-  auto http = std::make_shared<NullHttpClient>();
-  auto dispatcher =
-      std::make_shared<tav::TAVSDKDispatcher>(http, std::make_shared<DroppingScheduler>());
-  auto info = std::make_shared<tav::HttpUserInfo>();
-  info->url = "https://h";
-  info->eventsJsonDict = sampleBatch();
+  AttemptRig rig;
   using Clock = std::chrono::steady_clock;
   Clock::duration attempts{};
   Clock::duration dumps{};
@@ -191,12 +188,12 @@ void BM_SerialiseRatioBatch300(benchmark::State& state) {
     // Each goes first every other time.
     const auto attempt = [&] {
       const auto t0 = Clock::now();
-      dispatcher->executeHttp(info);
+      rig.dispatcher->executeHttp(rig.info);
       attempts += Clock::now() - t0;
     };
     const auto dump = [&] {
       const auto t0 = Clock::now();
-      const std::string body = info->eventsJsonDict.dump(2);
+      const std::string body = rig.info->eventsJsonDict.dump(2);
       benchmark::DoNotOptimize(body.data());
       dumps += Clock::now() - t0;
     };
