@@ -125,11 +125,11 @@ void TAVSDKEventQueue::onComplete(std::optional<bool> /*result*/) {
 bool TAVSDKEventQueue::startsDeduplication(TAVSDKTrackableEvent& event, bool merged) {
   const auto& view = event.viewData();
   const std::optional<std::string> viewId = view ? view->viewId() : std::nullopt;
-  if (!viewId) return false;
   const std::string& type = event.eventType();
-  if (type == kViewStart || type == kViewEnd || !_previousBeaconData ||
+  if (!viewId || type == kViewStart || type == kViewEnd || !_previousBeaconData ||
       _currentTime.now() - _lastEventTime >= kViewMemoryMs) {
     if (!merged) event.updateAll();
+    if (!viewId) return false;  // not de-duplicated, nothing remembered
     if (type == kViewEnd) {
       _previousBeaconData.reset();
     } else {

@@ -235,6 +235,17 @@ TEST_F(TransportEventQueue, OnePassMergeSendsWhatMergeThenDeduplicateSends) {
   peeking->handleRecords(event);
   EXPECT_EQ(peeking->seen, view->toQuery());
   EXPECT_EQ(peeking->pendingCount(), 1U);
+
+  // Without a view id nothing is de-duplicated; the records are merged all the same.
+  auto plain = std::make_shared<TAVSDKEventQueue>();
+  plain->setDispatcher(nullptr);
+  auto anonymous = std::make_shared<TAVSDKViewData>();
+  anonymous->update(kViewBeacon);
+  auto unnamed = std::make_shared<TAVSDKTrackableEvent>("play");
+  unnamed->setViewData(anonymous);
+  plain->handleRecords(unnamed);
+  EXPECT_EQ(unnamed->query()->toQuery(), anonymous->toQuery());
+  EXPECT_EQ(plain->pendingCount(), 1U);
 }
 
 TEST_F(TransportEventQueue, MemoryRestartsOnViewStartViewEndAndTenMinutesOfSilence) {

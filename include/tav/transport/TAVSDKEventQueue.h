@@ -95,8 +95,8 @@ class TAVSDKEventQueue : public TAVSDKEventHandling,
 
  private:
   // De-duplication's first step: false when this beacon is sent whole (it is
-  // then remembered, or forgotten on "viewend"); `merged` false merges the
-  // event's records first.
+  // then remembered, or forgotten on "viewend"; a beacon without a view id is
+  // neither); `merged` false merges the event's records first in that case.
   bool startsDeduplication(TAVSDKTrackableEvent& event, bool merged);
   // What `handle` does after de-duplication.
   void enqueue(const std::shared_ptr<TAVSDKTrackableEvent>& trackable);
